@@ -1,0 +1,47 @@
+// The one crash handler of the process: who installed it, and what all instances share of it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include <windows.h>
+
+#include "api/frame/instance_registry.h"
+#include "lumo/singleton.h"
+
+namespace TAVU::crash {
+
+inline constexpr std::size_t kAdditionalInfoCapacity = 4096;  // units, terminator included
+
+// Host functions that fill a buffer with the text of "custom_info". `capacity` is 4095 units; the
+// text must be terminated. False: the section is left out.
+using CustomInfoCallbackW = bool(__cdecl*)(wchar_t* buffer, std::int32_t capacity);
+using CustomInfoCallbackA = bool(__cdecl*)(char* buffer, std::int32_t capacity);
+
+// Every field is read and written under the ApiLock, the crash sequence included. Made on first use;
+// at process exit only its memory goes: neither the filter nor the guarded entry is undone.
+struct CrashHandler {
+  [[nodiscard]] static CrashHandler& Get() { return lumo::Singleton<CrashHandler>::Get(); }
+
+  std::wstring appExeFile;    // base name of the host's executable; set by a successful start
+  std::wstring reporterPath;  // folder of the crash reporter; a start sets it to the host's folder
+  std::wstring tempPath;      // ends in a backslash
+  LPTOP_LEVEL_EXCEPTION_FILTER previousFilter = nullptr;  // null while not installed
+  api::Handle ownerHandle = 0;                            // 0: no instance owns the handler
+
+  HMODULE versionLibrary = nullptr;  // loaded only while a crash document is built
+  FARPROC getFileVersionInfoSizeW = nullptr;
+  FARPROC getFileVersionInfoW = nullptr;
+  FARPROC verQueryValueW = nullptr;
+
+  CustomInfoCallbackW customInfoCallbackW = nullptr;  // at most one of the two is set
+  CustomInfoCallbackA customInfoCallbackA = nullptr;
+  std::array<wchar_t, kAdditionalInfoCapacity> additionalInfo = {};  // terminated; "" for none
+
+  std::array<std::byte, 100> savedEntryBytes = {};  // the first 9 of SetUnhandledExceptionFilter
+  bool entryPatched = false;
+};
+
+}  // namespace TAVU::crash

@@ -1,0 +1,40 @@
+// A growable array of values, which it owns.
+#pragma once
+
+#include <cstddef>
+
+#include "lumo/allocator.h"
+#include "lumo/value.h"
+
+namespace TAVU::lumo {
+
+class List : public FromDefaultAllocator {
+ public:
+  List() noexcept = default;
+  List(const List& other, CopyDepth depth);
+  List(const List&) = delete;
+  List& operator=(const List&) = delete;
+  List(List&& other) noexcept;
+  List& operator=(List&& other) noexcept;
+  ~List() { Clear(); }
+
+  void Append(Value value);  // a copied argument is copied shallowly, a moved one is kept
+  void RemoveLast() noexcept;  // needs size() > 0
+  void Clear() noexcept;
+
+  [[nodiscard]] std::size_t size() const noexcept { return count_; }
+  [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
+  [[nodiscard]] const Value& operator[](std::size_t index) const noexcept { return data_[index]; }
+  [[nodiscard]] Value& operator[](std::size_t index) noexcept { return data_[index]; }
+  [[nodiscard]] const Value* begin() const noexcept { return data_; }
+  [[nodiscard]] const Value* end() const noexcept { return data_ + count_; }
+
+ private:
+  friend class ContentRelease;
+
+  Value* data_ = nullptr;
+  std::size_t count_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+}  // namespace TAVU::lumo

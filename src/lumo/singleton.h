@@ -1,0 +1,45 @@
+// Process-wide objects that are made on first use and destroyed at process exit.
+#pragma once
+
+#include <atomic>
+#include <cstdlib>
+
+#include "lumo/spin_counter_lock.h"
+
+namespace TAVU::lumo {
+
+// Throws std::logic_error "[Corvane::KTL::Singleton] Dead reference detected."
+[[noreturn]] void ThrowDeadReference();
+
+// The one T of the process. Singleton<T>::Get() makes it on the first call, behind a lock, and
+// registers its destruction with atexit. A call after that destruction throws std::logic_error; one
+// for which memory runs out throws std::bad_alloc.
+template <typename T>
+class Singleton {
+ public:
+  static T& Get() {
+    if (T* instance = instance_.load(std::memory_order_acquire)) return *instance;
+    return Create();
+  }
+
+ private:
+  static T& Create() {
+    const SpinCounterLock::Guard guard(creation_lock_);
+    if (T* instance = instance_.load(std::memory_order_relaxed)) return *instance;
+    if (destroyed_) ThrowDeadReference();
+    T* instance = new T;
+    instance_.store(instance, std::memory_order_release);
+    static_cast<void>(std::atexit(&Destroy));  // a full table costs the destruction, nothing else
+    return *instance;
+  }
+  static void Destroy() {
+    destroyed_ = true;
+    delete instance_.exchange(nullptr);
+  }
+
+  static constinit inline SpinCounterLock creation_lock_;
+  static constinit inline std::atomic<T*> instance_ = nullptr;
+  static constinit inline bool destroyed_ = false;
+};
+
+}  // namespace TAVU::lumo

@@ -1,0 +1,128 @@
+// A dynamically typed value, the unit of everything that the library sends.
+//
+// A value of a string, a binary, a big integer, a list, a map or a table either owns its content
+// (owns() is true: freed when the value is cleared) or borrows it (the content's owner keeps it
+// alive while the value is in use). Plain copies are SHALLOW: they borrow from the source, whoever
+// owns the content. This is how records refer to a caller's buffers without copying them. Ask for
+// CopyDepth::kDeep to get a value that stands alone, or move.
+//
+// Not thread-safe. Throws nothing but BadAllocation. Clearing or destroying a value needs no more
+// stack for a deeply nested one than for a flat one.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include "lumo/value_type.h"
+
+namespace TAVU::lumo {
+
+class BigInt;
+class List;
+class Map;
+class Table;
+
+enum class CopyDepth { kShallow, kDeep };
+
+class Value {
+ public:
+  // --- Construction ---------------------------------------------------------------------------
+  Value() noexcept = default;               // null
+  Value(const Value& other) noexcept;       // shallow; the text cache is not copied
+  Value(const Value& other, CopyDepth depth);
+  Value(Value&& other) noexcept;            // takes content, ownership and text cache
+  Value& operator=(const Value& other) noexcept;  // clears, then as the shallow copy
+  Value& operator=(Value&& other) noexcept;
+  ~Value() { Clear(); }
+
+  [[nodiscard]] static Value Bool(bool value) noexcept;
+  [[nodiscard]] static Value Char(signed char value) noexcept;
+  [[nodiscard]] static Value Int(std::int32_t value) noexcept;
+  [[nodiscard]] static Value Long(std::int64_t value) noexcept;
+  [[nodiscard]] static Value Double(double value) noexcept;
+  [[nodiscard]] static Value Date(std::int64_t milliseconds_since_1970) noexcept;
+
+  // Text and bytes. A null data pointer gives a null value, whatever the length. A copy carries a
+  // zero byte behind the content, which the length does not count.
+  [[nodiscard]] static Value BorrowString(std::string_view text) noexcept;
+  [[nodiscard]] static Value CopyString(std::string_view text);
+  [[nodiscard]] static Value BorrowBinary(std::span<const std::byte> bytes) noexcept;
+  [[nodiscard]] static Value CopyBinary(std::span<const std::byte> bytes);
+  // Takes over `block`, made by DefaultAllocator with at least `size` + 1 bytes, the zero byte at
+  // `size` set. `type` is kString or kBinary.
+  [[nodiscard]] static Value AdoptBytes(ValueType type, void* block, std::size_t size) noexcept;
+
+  // Containers: borrowed, deeply copied, or taken over.
+  [[nodiscard]] static Value BorrowList(const List& list) noexcept;
+  [[nodiscard]] static Value BorrowMap(const Map& map) noexcept;
+  [[nodiscard]] static Value BorrowTable(const Table& table) noexcept;
+  [[nodiscard]] static Value CopyList(const List& list);
+  [[nodiscard]] static Value CopyMap(const Map& map);
+  [[nodiscard]] static Value CopyTable(const Table& table);
+  [[nodiscard]] static Value AdoptList(std::unique_ptr<List> list) noexcept;
+  [[nodiscard]] static Value AdoptMap(std::unique_ptr<Map> map) noexcept;
+  [[nodiscard]] static Value AdoptTable(std::unique_ptr<Table> table) noexcept;
+  [[nodiscard]] static Value AdoptBigInt(std::unique_ptr<BigInt> number) noexcept;
+
+  // Clears and takes `type` with a zero payload. An owning type cannot be without its content: a
+  // request for one gives a null value instead.
+  void Reset(ValueType type) noexcept;
+  // Frees what the value owns, and the text cache; the value is null then.
+  void Clear() noexcept;
+
+  // --- Access ---------------------------------------------------------------------------------
+  // Each accessor is meaningful for its own type only and reads the payload as it is.
+  [[nodiscard]] ValueType type() const noexcept { return type_; }
+  [[nodiscard]] bool owns() const noexcept { return owns_; }
+  [[nodiscard]] bool IsNull() const noexcept { return type_ == ValueType::kNull; }
+  [[nodiscard]] std::uint8_t byte() const noexcept { return payload_.byte; }  // bool: true is 1
+  [[nodiscard]] signed char character() const noexcept {
+    return static_cast<signed char>(payload_.byte);
+  }
+  [[nodiscard]] std::int32_t int_value() const noexcept { return payload_.int_value; }
+  [[nodiscard]] std::int64_t long_value() const noexcept { return payload_.long_value; }
+  [[nodiscard]] std::int64_t date_value() const noexcept { return payload_.long_value; }
+  [[nodiscard]] double double_value() const noexcept { return payload_.double_value; }
+  [[nodiscard]] std::span<const std::byte> bytes() const noexcept {  // string or binary
+    return {static_cast<const std::byte*>(payload_.content.pointer), payload_.content.length};
+  }
+  [[nodiscard]] std::string_view text() const noexcept {  // string or binary
+    return {static_cast<const char*>(payload_.content.pointer), payload_.content.length};
+  }
+  [[nodiscard]] const List& list() const noexcept;
+  [[nodiscard]] const Map& map() const noexcept;
+  [[nodiscard]] const Table& table() const noexcept;
+  [[nodiscard]] const BigInt& big_int() const noexcept;
+
+ private:
+  friend class ValueTextAccess;  // text view and in-place conversion (value_text.cc)
+  friend class ContentRelease;   // frees nested content without recursion (value.cc)
+
+  union Payload {
+    std::uint8_t byte;
+    std::int32_t int_value;
+    std::int64_t long_value;
+    double double_value;
+    struct {
+      const void* pointer;  // bytes, or the container or number object
+      std::uint64_t length;  // of bytes
+    } content;
+  };
+
+  ValueType type_ = ValueType::kNull;
+  bool owns_ = false;
+  Payload payload_ = {.content = {nullptr, 0}};
+  char* text_cache_ = nullptr;  // zero-terminated; always owned; null while not made
+};
+
+// The total order of values: negative, zero or positive. Values of different types compare by their
+// type tags alone; see value_compare.cc for each type's rule and its required oddities.
+[[nodiscard]] std::int32_t Compare(const Value& a, const Value& b);
+
+// The lookup2 hash of tag and content, chained on `initial`.
+[[nodiscard]] std::uint32_t Hash(const Value& value, std::uint32_t initial) noexcept;
+
+}  // namespace TAVU::lumo
