@@ -25,6 +25,12 @@ function(tavu_write_pdb target)
   endif()
 endfunction()
 
+# tavu_ship(target): `scripts/build` makes this one.
+add_custom_target(shipped)
+function(tavu_ship target)
+  add_dependencies(shipped ${target})
+endfunction()
+
 # The header-only libraries of the companion programs and of the tests, as Debian packages them.
 # A Windows build sees a folder of links to just these: /usr/include itself, with the C library's
 # headers of this system, must never be on its path.
