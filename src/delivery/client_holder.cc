@@ -1,0 +1,11 @@
+#include "delivery/client_holder.h"
+
+#include "lumo/allocator.h"
+
+namespace TAVU::delivery {
+
+ClientHolder::ClientHolder() : client_(QTC::CreateQtcClient()) {
+  if (client_ == nullptr) throw lumo::BadAllocation();
+}
+
+}  // namespace TAVU::delivery

@@ -1,0 +1,22 @@
+// Sends what a crash left behind: its document and its memory dump.
+#pragma once
+
+#include <string>
+
+#include "delivery/send_record.h"
+
+namespace TAVU::delivery {
+
+struct CrashUpload {
+  std::string message;          // UTF-8, percent-encoded
+  std::string description;      // UTF-8 as it is
+  const wchar_t* documentPath;  // zero-terminated
+  const wchar_t* dumpPath;      // zero-terminated
+};
+
+// Both files are read, each into memory once, before a connection is tried: a missing one costs no
+// network traffic. Throws as SendRecord.
+[[nodiscard]] SendResult SendCrashInfo(const api::ApiLock::Guard& held,
+                                       api::InstanceRecord& instance, const CrashUpload& upload);
+
+}  // namespace TAVU::delivery
