@@ -1,5 +1,5 @@
-// The one lock of the library. Every export but TAVU_GetLastError and the LuaDump functions holds it
-// from its first instruction to its last, the network exchange included, and so does the crash
+// The one lock of the library. Every export but TAVU_GetLastError and the LuaDump functions holds
+// it from its first instruction to its last, the network exchange included, and so does the crash
 // filter for its whole sequence.
 #pragma once
 
@@ -10,8 +10,8 @@ namespace TAVU::api {
 // the library is loaded.
 class ApiLock {
  public:
-  // Holds the lock for a scope. A reference to a guard is the proof, in the signatures of this layer,
-  // that the lock is held.
+  // Holds the lock for a scope. A reference to a guard is the proof, in the signatures of this
+  // layer, that the lock is held.
   class Guard {
    public:
     Guard() noexcept { Acquire(); }

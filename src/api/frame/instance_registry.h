@@ -17,14 +17,12 @@ namespace TAVU::api {
 // has found it.
 using Handle = std::uint64_t;
 
-// A hash table of 101 buckets over the handle's 8 bytes. Needs the ApiLock for everything: the guard
-// in the signatures is the proof. Records still in it at process exit are not destroyed.
+// A hash table of 101 buckets over the handle's 8 bytes. Needs the ApiLock for everything: the
+// guard in the signatures is the proof. Records still in it at process exit are not destroyed.
 class InstanceRegistry {
  public:
   // The one of the process. Throws std::logic_error after process exit has destroyed it.
-  [[nodiscard]] static InstanceRegistry& Get() {
-    return lumo::Singleton<InstanceRegistry>::Get();
-  }
+  [[nodiscard]] static InstanceRegistry& Get() { return lumo::Singleton<InstanceRegistry>::Get(); }
 
   // Takes the record over and returns its handle; 0 when the handle is there already (the record is
   // destroyed then). May throw std::bad_alloc; the record is destroyed then too.
@@ -41,6 +39,8 @@ class InstanceRegistry {
   // Takes the creation reference off a pinned record. The pin still held keeps the record alive, so
   // that the handle is erased by the ReleaseInstance that follows.
   void DropCreationReference(const ApiLock::Guard& held, InstanceRecord* record) noexcept;
+
+  [[nodiscard]] static std::size_t BucketOf(Handle handle) noexcept;
 
  private:
   friend class lumo::Singleton<InstanceRegistry>;
@@ -61,7 +61,9 @@ class InstanceRegistry {
 class PinnedInstance {
  public:
   PinnedInstance(const ApiLock::Guard& held, Handle handle)
-      : held_(held), handle_(handle), record_(InstanceRegistry::Get().AcquireInstance(held, handle)) {}
+      : held_(held),
+        handle_(handle),
+        record_(InstanceRegistry::Get().AcquireInstance(held, handle)) {}
   PinnedInstance(const PinnedInstance&) = delete;
   PinnedInstance& operator=(const PinnedInstance&) = delete;
   ~PinnedInstance() {

@@ -6,8 +6,8 @@
 
 namespace TAVU::api {
 
-// kPercentEncoded keeps ASCII letters, digits and * - . _ as they are and writes every other byte as
-// a percent sign and two upper-case hexadecimal digits.
+// kPercentEncoded keeps ASCII letters, digits and * - . _ as they are and writes every other byte
+// as a percent sign and two upper-case hexadecimal digits.
 enum class TextForm { kRaw, kPercentEncoded };
 
 // Each replaces `out` and returns true, or returns false when the system cannot convert. Callers
