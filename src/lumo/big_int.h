@@ -17,7 +17,8 @@ class BigInt : public FromDefaultAllocator {
   BigInt() = default;  // zero
   explicit BigInt(std::int32_t value) : BigInt(std::int64_t{value}) {}
   explicit BigInt(std::int64_t value);
-  // From 32-bit limbs, least significant first; leading zero limbs are dropped. `sign` is -1, 0 or 1.
+  // From 32-bit limbs, least significant first; leading zero limbs are dropped. `sign` is -1, 0
+  // or 1.
   BigInt(int sign, std::vector<std::uint32_t> limbs);
 
   // An optional sign and decimal digits, nothing else; nothing for another text.

@@ -43,8 +43,9 @@ inline constexpr std::uint8_t kColumnType = 't';
 inline constexpr std::uint8_t kEnd = 'z';
 }  // namespace tag
 
-// Writes `value` and everything in it, depth first. False when the sink refused, when a type without
-// an encoding occurs anywhere in it or when it is nested too deeply; bytes already written stay.
+// Writes `value` and everything in it, depth first. False when the sink refused, when a type
+// without an encoding occurs anywhere in it or when it is nested too deeply; bytes already written
+// stay.
 [[nodiscard]] bool WriteValue(ByteSink& sink, const Value& value);
 
 // Reads one value and everything in it. False on any byte sequence that is no value; `out` is then

@@ -18,9 +18,12 @@ class List : public FromDefaultAllocator {
   List& operator=(List&& other) noexcept;
   ~List() { Clear(); }
 
-  void Append(Value value);  // a copied argument is copied shallowly, a moved one is kept
+  void Append(Value value);    // a copied argument is copied shallowly, a moved one is kept
+  Value& AppendNull();         // the new element, valid until the list grows again
   void RemoveLast() noexcept;  // needs size() > 0
   void Clear() noexcept;
+  void Reserve(std::size_t capacity);  // room for that many elements in all
+  void ShrinkToFit();
 
   [[nodiscard]] std::size_t size() const noexcept { return count_; }
   [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
@@ -32,9 +35,14 @@ class List : public FromDefaultAllocator {
  private:
   friend class ContentRelease;
 
+  void SetCapacity(std::size_t capacity);
+
   Value* data_ = nullptr;
   std::size_t count_ = 0;
-  std::size_t capacity_ = 0;
+  union {
+    std::size_t capacity_ = 0;
+    List* next_released_;  // while the list waits to be freed
+  };
 };
 
 }  // namespace TAVU::lumo

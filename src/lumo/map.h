@@ -1,11 +1,15 @@
 // A hash table from values to values with a fixed number of buckets.
 //
-// The iteration order (bucket by bucket, each chain from its head, new entries at the head) is the
-// order of the entries on the wire and therefore part of the format. Copies keep it.
+// The iteration order (bucket by bucket, in each bucket the newest entry first) is the order of the
+// entries on the wire and therefore part of the format. Copies keep it.
+//
+// All entries hang on one chain in just that order. A map of more than a few entries also knows the
+// last entry of each bucket, which is where the next bucket's part of the chain begins. So the
+// small maps that records are cost no more than their entries.
 #pragma once
 
-#include <array>
 #include <cstddef>
+#include <cstdint>
 
 #include "lumo/allocator.h"
 #include "lumo/hash.h"
@@ -17,22 +21,23 @@ class Map : public FromDefaultAllocator {
  public:
   struct Node : FromDefaultAllocator {
     Node* next = nullptr;
+    std::uint32_t bucket = 0;
     Value key;
     Value value;
   };
 
   class Iterator {
    public:
-    Iterator(const Map* map, std::size_t bucket, const Node* node) noexcept
-        : map_(map), bucket_(bucket), node_(node) {}
+    explicit Iterator(const Node* node) noexcept : node_(node) {}
     const Node& operator*() const noexcept { return *node_; }
     const Node* operator->() const noexcept { return node_; }
-    Iterator& operator++() noexcept;
-    bool operator==(const Iterator& other) const noexcept { return node_ == other.node_; }
+    Iterator& operator++() noexcept {
+      node_ = node_->next;
+      return *this;
+    }
+    bool operator==(const Iterator& other) const noexcept = default;
 
    private:
-    const Map* map_;
-    std::size_t bucket_;
     const Node* node_;  // null at the end
   };
 
@@ -51,15 +56,28 @@ class Map : public FromDefaultAllocator {
   [[nodiscard]] const Node* Find(std::int32_t key) const { return Find(Value::Int(key)); }
 
   [[nodiscard]] std::size_t size() const noexcept { return count_; }
-  [[nodiscard]] Iterator begin() const noexcept;
-  [[nodiscard]] Iterator end() const noexcept { return Iterator(this, kBucketCount, nullptr); }
+  [[nodiscard]] Iterator begin() const noexcept { return Iterator(first_); }
+  [[nodiscard]] Iterator end() const noexcept { return Iterator(nullptr); }
   void Clear() noexcept;
 
  private:
   friend class ContentRelease;
 
-  std::array<Node*, kBucketCount> buckets_ = {};
-  std::size_t count_ = 0;
+  // Where a bucket's entries stand or would stand in the chain: behind `before`, or first of all.
+  struct Place {
+    Node* before;
+    Node* first;  // the bucket's first entry, or that of a later bucket, or null
+  };
+  [[nodiscard]] Place PlaceOf(std::uint32_t bucket) const noexcept;
+  [[nodiscard]] static Node* FindFrom(Node* first, std::uint32_t bucket, const Value& key);
+  void IndexBuckets();
+
+  Node* first_ = nullptr;
+  Node** last_of_bucket_ = nullptr;  // kBucketCount of them; null while the map is small
+  union {
+    std::size_t count_ = 0;
+    Map* next_released_;  // while the map waits to be freed
+  };
 };
 
 }  // namespace TAVU::lumo

@@ -27,6 +27,8 @@ class MemoryWriter final : public ByteSink {
  private:
   [[nodiscard]] std::ptrdiff_t Accept(const std::byte* data, std::size_t size) override;
 
+  void Grow(std::size_t more);  // doubles the capacity until `more` bytes fit behind the content
+
   std::byte* data_;
 };
 

@@ -17,8 +17,8 @@ class ReleasePool {
   ReleasePool& operator=(const ReleasePool&) = delete;
   ~ReleasePool();
 
-  // `size` bytes that the pool frees; null for 0 bytes and when memory is exhausted (a caller reports
-  // a file that is too large like one that cannot be read).
+  // `size` bytes that the pool frees; null for 0 bytes and when memory is exhausted (a caller
+  // reports a file that is too large like one that cannot be read).
   [[nodiscard]] void* Allocate(std::size_t size) noexcept;
   // Number of entries made so far; the newest has the index count() - 1.
   [[nodiscard]] std::size_t count() const noexcept { return count_; }

@@ -25,6 +25,7 @@ class Table : public FromDefaultAllocator {
   Table(const Table& other, CopyDepth depth);
   Table(const Table&) = delete;
   Table& operator=(const Table&) = delete;
+  ~Table();
 
   void AddColumn(std::string_view name, ValueType type);
   // Adds an empty row. The reference is valid until the next row is added.
@@ -42,6 +43,10 @@ class Table : public FromDefaultAllocator {
   std::vector<ColumnInfo> columns_;
   Map index_;  // travels with the table; no operation reads it
   std::vector<List> rows_;
+  ColumnInfo no_column_;  // what access out of range gives
+  List no_row_;
+  Value no_cell_;
+  Table* next_released_ = nullptr;  // while the table waits to be freed
 };
 
 }  // namespace TAVU::lumo

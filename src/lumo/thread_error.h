@@ -6,7 +6,7 @@
 
 namespace TAVU::lumo {
 
-inline constexpr std::uint32_t kErrorBrokenPipe = 109;  // a stream took or gave no byte at all
+inline constexpr std::uint32_t kErrorBrokenPipe = 109;   // a stream took or gave no byte at all
 inline constexpr std::uint32_t kErrorWaitTimeout = 258;  // a connect or a receive timed out
 
 void SetThreadError(std::uint32_t code) noexcept;

@@ -30,13 +30,24 @@ enum class CopyDepth { kShallow, kDeep };
 class Value {
  public:
   // --- Construction ---------------------------------------------------------------------------
-  Value() noexcept = default;               // null
-  Value(const Value& other) noexcept;       // shallow; the text cache is not copied
+  Value() noexcept = default;         // null
+  Value(const Value& other) noexcept  // shallow; the text cache is not copied
+      : type_(other.type_), payload_(other.payload_) {}
   Value(const Value& other, CopyDepth depth);
-  Value(Value&& other) noexcept;            // takes content, ownership and text cache
-  Value& operator=(const Value& other) noexcept;  // clears, then as the shallow copy
-  Value& operator=(Value&& other) noexcept;
-  ~Value() { Clear(); }
+  Value(Value&& other) noexcept { Take(other); }   // takes content, ownership and text cache
+  Value& operator=(const Value& other) noexcept {  // clears, then as the shallow copy
+    if (this != &other) *this = Value(other);
+    return *this;
+  }
+  Value& operator=(Value&& other) noexcept {
+    Value taken(static_cast<Value&&>(other));  // first: `other` may lie in what is cleared
+    Clear();
+    Take(taken);
+    return *this;
+  }
+  ~Value() {
+    if (HasContent()) FreeContent();
+  }
 
   [[nodiscard]] static Value Bool(bool value) noexcept;
   [[nodiscard]] static Value Char(signed char value) noexcept;
@@ -71,7 +82,10 @@ class Value {
   // request for one gives a null value instead.
   void Reset(ValueType type) noexcept;
   // Frees what the value owns, and the text cache; the value is null then.
-  void Clear() noexcept;
+  void Clear() noexcept {
+    if (HasContent()) FreeContent();
+    Forget();
+  }
 
   // --- Access ---------------------------------------------------------------------------------
   // Each accessor is meaningful for its own type only and reads the payload as it is.
@@ -92,10 +106,18 @@ class Value {
   [[nodiscard]] std::string_view text() const noexcept {  // string or binary
     return {static_cast<const char*>(payload_.content.pointer), payload_.content.length};
   }
-  [[nodiscard]] const List& list() const noexcept;
-  [[nodiscard]] const Map& map() const noexcept;
-  [[nodiscard]] const Table& table() const noexcept;
-  [[nodiscard]] const BigInt& big_int() const noexcept;
+  [[nodiscard]] const List& list() const noexcept {
+    return *static_cast<const List*>(payload_.content.pointer);
+  }
+  [[nodiscard]] const Map& map() const noexcept {
+    return *static_cast<const Map*>(payload_.content.pointer);
+  }
+  [[nodiscard]] const Table& table() const noexcept {
+    return *static_cast<const Table*>(payload_.content.pointer);
+  }
+  [[nodiscard]] const BigInt& big_int() const noexcept {
+    return *static_cast<const BigInt*>(payload_.content.pointer);
+  }
 
  private:
   friend class ValueTextAccess;  // text view and in-place conversion (value_text.cc)
@@ -107,10 +129,32 @@ class Value {
     std::int64_t long_value;
     double double_value;
     struct {
-      const void* pointer;  // bytes, or the container or number object
+      const void* pointer;   // bytes, or the container or number object
       std::uint64_t length;  // of bytes
     } content;
   };
+
+  explicit Value(ValueType type) noexcept : type_(type) {}
+  [[nodiscard]] static Value Borrow(ValueType type, const void* content,
+                                    std::size_t length) noexcept;
+  [[nodiscard]] static Value Adopt(ValueType type, const void* content,
+                                   std::size_t length) noexcept;
+
+  [[nodiscard]] bool HasContent() const noexcept { return owns_ || text_cache_ != nullptr; }
+  void FreeContent() noexcept;  // leaves the fields as they are
+  void Forget() noexcept {
+    type_ = ValueType::kNull;
+    owns_ = false;
+    payload_.content = {nullptr, 0};
+    text_cache_ = nullptr;
+  }
+  void Take(Value& other) noexcept {
+    type_ = other.type_;
+    owns_ = other.owns_;
+    payload_ = other.payload_;
+    text_cache_ = other.text_cache_;
+    other.Forget();
+  }
 
   ValueType type_ = ValueType::kNull;
   bool owns_ = false;

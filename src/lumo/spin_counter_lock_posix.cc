@@ -1,0 +1,11 @@
+#include <sched.h>
+
+#include "lumo/spin_counter_lock.h"
+
+namespace TAVU::lumo {
+
+void YieldThread() noexcept {
+  ::sched_yield();
+}
+
+}  // namespace TAVU::lumo

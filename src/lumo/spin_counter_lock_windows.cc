@@ -1,0 +1,11 @@
+#include <windows.h>
+
+#include "lumo/spin_counter_lock.h"
+
+namespace TAVU::lumo {
+
+void YieldThread() noexcept {
+  ::SleepEx(0, FALSE);
+}
+
+}  // namespace TAVU::lumo
