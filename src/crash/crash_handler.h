@@ -20,8 +20,8 @@ inline constexpr std::size_t kAdditionalInfoCapacity = 4096;  // units, terminat
 using CustomInfoCallbackW = bool(__cdecl*)(wchar_t* buffer, std::int32_t capacity);
 using CustomInfoCallbackA = bool(__cdecl*)(char* buffer, std::int32_t capacity);
 
-// Every field is read and written under the ApiLock, the crash sequence included. Made on first use;
-// at process exit only its memory goes: neither the filter nor the guarded entry is undone.
+// Every field is read and written under the ApiLock, the crash sequence included. Made on first
+// use; at process exit only its memory goes: neither the filter nor the guarded entry is undone.
 struct CrashHandler {
   [[nodiscard]] static CrashHandler& Get() { return lumo::Singleton<CrashHandler>::Get(); }
 

@@ -1,0 +1,44 @@
+#include "crash/filter_installation.h"
+
+#include <cstdint>
+
+#include "api/frame/last_error.h"
+#include "crash/crash_handler.h"
+#include "crash/filter_guard.h"
+
+namespace TAVU::crash {
+
+namespace {
+
+constexpr std::uint32_t kErrorCrashHandler = 102;
+
+}  // namespace
+
+bool InstallCrashFilter(api::Handle handle, LPTOP_LEVEL_EXCEPTION_FILTER filter) {
+  CrashHandler& handler = CrashHandler::Get();
+  if (handler.ownerHandle != 0 || handler.previousFilter != nullptr) {
+    api::SetLastErrorCode(kErrorCrashHandler);
+    return false;
+  }
+  handler.previousFilter = ::SetUnhandledExceptionFilter(filter);
+  static_cast<void>(PatchSetUnhandledExceptionFilter());  // unguarded is better than not at all
+  // Required: where no filter was before, this one stays, guarded, but no instance owns it. A
+  // second attempt comes here too, because its call above already lands in the guard.
+  if (handler.previousFilter == nullptr) return false;
+  handler.ownerHandle = handle;
+  return true;
+}
+
+bool UninstallCrashFilter(api::Handle handle) {
+  CrashHandler& handler = CrashHandler::Get();
+  if (handle != handler.ownerHandle) return false;
+  if (handler.previousFilter == nullptr || handler.ownerHandle == 0) return false;
+  // First the entry, so that the next call reaches the real function again.
+  static_cast<void>(RestoreSetUnhandledExceptionFilter());
+  ::SetUnhandledExceptionFilter(handler.previousFilter);
+  handler.previousFilter = nullptr;
+  handler.ownerHandle = 0;
+  return true;
+}
+
+}  // namespace TAVU::crash
