@@ -1,0 +1,77 @@
+#include "crash/crash_filter.h"
+
+#include <cstdint>
+#include <string>
+
+#include "api/frame/api_lock.h"
+#include "api/frame/instance_registry.h"
+#include "api/frame/text_conversion.h"
+#include "crash/attempt.h"
+#include "crash/crash_document.h"
+#include "crash/crash_files.h"
+#include "crash/crash_handler.h"
+#include "crash/mini_dump.h"
+#include "crash/process_launch.h"
+#include "crash/reporter_command_line.h"
+
+namespace TAVU::crash {
+
+namespace {
+
+void LaunchReporter(const EXCEPTION_POINTERS* exceptionPointers, const CrashHandler& handler,
+                    const api::InstanceRecord& instance, const CrashFiles& files) {
+  std::wstring server_host;
+  api::AnsiToWide(instance.serverHost, server_host);
+  StartProcessAndWait(handler.reporterPath,
+                      BuildReporterCommandLine({
+                          .exceptionAddress = ExceptionAddressOf(exceptionPointers),
+                          .dumpPath = files.dumpPath,
+                          .infoPath = files.infoPath,
+                          .reporterPath = handler.reporterPath,
+                          .appExeFile = handler.appExeFile,
+                          .softwareId = instance.softwareId,
+                          .softwareVer = instance.softwareVer,
+                          .userId = instance.userId,
+                          .serverHost = server_host,
+                          .serverPort = instance.serverPort,
+                          .autoReport = instance.autoReport,
+                          .appShowName = instance.appShowName,
+                          .reportLang = instance.reportLang,
+                      }));
+}
+
+void LaunchRestart(const CrashHandler& handler, const api::InstanceRecord& instance) {
+  StartProcess(handler.reporterPath,
+               BuildRestartCommandLine(handler.reporterPath, instance.appExecuteCmd));
+}
+
+void RunCrashSequence(const api::ApiLock::Guard& held, EXCEPTION_POINTERS* exceptionPointers) {
+  const CrashHandler& handler = CrashHandler::Get();
+  SYSTEMTIME now = {};
+  ::GetLocalTime(&now);
+  const CrashFiles files = NameCrashFiles(handler.tempPath, handler.appExeFile, now);
+
+  // Stays pinned: the process is about to end.
+  const api::InstanceRecord* const instance =
+      api::InstanceRegistry::Get().AcquireInstance(held, handler.ownerHandle);
+  if (instance == nullptr) return;
+
+  Attempt([&] { BuildCrashInfoDocument(exceptionPointers, files.infoPath); });
+  Attempt([&] { WriteMiniDump(exceptionPointers, files.dumpPath); });
+  Attempt([&] { LaunchReporter(exceptionPointers, handler, *instance, files); });
+  if (instance->deleteLocalDumpFile) {
+    ::DeleteFileW(files.infoPath.c_str());
+    ::DeleteFileW(files.dumpPath.c_str());
+  }
+  if (instance->appRestart) Attempt([&] { LaunchRestart(handler, *instance); });
+}
+
+}  // namespace
+
+LONG WINAPI CrashFilter(EXCEPTION_POINTERS* exceptionPointers) noexcept {
+  const api::ApiLock::Guard held;
+  Attempt([&] { RunCrashSequence(held, exceptionPointers); });
+  return EXCEPTION_EXECUTE_HANDLER;
+}
+
+}  // namespace TAVU::crash

@@ -1,0 +1,21 @@
+// What happens when the host crashes: two files, the crash reporter, the restart.
+#pragma once
+
+#include <windows.h>
+
+namespace TAVU::crash {
+
+// The top-level exception filter. Runs on the failing thread of a broken process, on what is left
+// of its stack, and holds the ApiLock from beginning to end, the wait for the reporter included: a
+// crash while another thread is inside an export waits until that export returns, and one on a
+// thread that is inside an export itself never gets through.
+//
+// Nothing throws past this point, no result is tested, nothing is reported or retried, and each
+// step stands alone: one that fails costs its own piece only. Buffers too large for the little
+// stack that an overflow leaves are static; the lock makes them one thread's own.
+//
+// Always EXCEPTION_EXECUTE_HANDLER: the system then ends the process. The earlier filter is not
+// called.
+LONG WINAPI CrashFilter(EXCEPTION_POINTERS* exceptionPointers) noexcept;
+
+}  // namespace TAVU::crash
