@@ -26,20 +26,20 @@ class Singleton {
   static T& Create() {
     const SpinCounterLock::Guard guard(creation_lock_);
     if (T* instance = instance_.load(std::memory_order_relaxed)) return *instance;
-    if (destroyed_) ThrowDeadReference();
+    if (destroyed_.load(std::memory_order_acquire)) ThrowDeadReference();
     T* instance = new T;
     instance_.store(instance, std::memory_order_release);
     static_cast<void>(std::atexit(&Destroy));  // a full table costs the destruction, nothing else
     return *instance;
   }
   static void Destroy() {
-    destroyed_ = true;
+    destroyed_.store(true, std::memory_order_release);
     delete instance_.exchange(nullptr);
   }
 
   static constinit inline SpinCounterLock creation_lock_;
   static constinit inline std::atomic<T*> instance_ = nullptr;
-  static constinit inline bool destroyed_ = false;
+  static constinit inline std::atomic<bool> destroyed_ = false;
 };
 
 }  // namespace TAVU::lumo
