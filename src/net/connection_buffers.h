@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <memory>
 
 #include "lumo/byte_stream.h"
 #include "net/transport.h"
@@ -12,19 +13,25 @@ namespace TAVU::QTC {
 
 inline constexpr std::size_t kBufferSize = 2048;  // of a connection and of a packet
 
-// Gathers bytes and sends them 2048 at a time. What is held at the end must be flushed.
+// Gathers bytes and sends them `capacity` at a time. A full buffer is sent when more comes, and what
+// is held at the end must be flushed: nothing is sent otherwise. After a failed send the writer takes
+// and sends nothing more, because the peer would find a hole there.
 class BufferedWriter final : public lumo::ByteSink {
  public:
-  explicit BufferedWriter(Transport& transport) noexcept;  // not owned; outlives the writer
+  // `transport` is not owned and outlives the writer. Throws std::bad_alloc.
+  explicit BufferedWriter(Transport& transport, std::size_t capacity = kBufferSize);
 
-  // Sends what is held. False when the transport refused.
+  // Sends what is held. False when the transport refused; when it could not even begin, the thread
+  // error is kErrorBrokenPipe then, else the transport's own.
   [[nodiscard]] bool Flush();
 
  private:
   [[nodiscard]] std::ptrdiff_t Accept(const std::byte* data, std::size_t size) override;
+  [[nodiscard]] std::ptrdiff_t SendHeld();  // as Transport::SendAll; more than 0 with nothing held
 
   Transport& transport_;
-  std::array<std::byte, kBufferSize> buffer_;
+  std::unique_ptr<std::byte[]> buffer_;
+  bool broken_ = false;
 };
 
 // Receives up to 2048 bytes at a time.

@@ -10,18 +10,24 @@
 
 namespace TAVU::QTC {
 
-// Cuts a body into packets of 2048 bytes and a last shorter one.
+// Cuts a body into packets of 2048 bytes and a last shorter one. Full packets of a large write go
+// straight from the data.
 class PacketWriter final : public lumo::ByteSink {
  public:
   explicit PacketWriter(lumo::ByteSink& connection) noexcept;  // not owned; outlives the writer
 
   // Writes the bytes held as one packet; nothing when none are held.
   [[nodiscard]] bool Flush();
-  // Writes the end packet. The writer accepts nothing after that.
+  // Writes the end packet, once; bytes still held are dropped. The writer accepts nothing after that.
   [[nodiscard]] bool Close();
 
  private:
   [[nodiscard]] std::ptrdiff_t Accept(const std::byte* data, std::size_t size) override;
+  // Writes the bytes held and `size` more, kBufferSize at the most together, as one packet.
+  [[nodiscard]] bool WritePacket(const std::byte* more, std::size_t size);
+  [[nodiscard]] std::size_t held() const noexcept {
+    return static_cast<std::size_t>(window_ - buffer_.data());
+  }
 
   lumo::ByteSink& connection_;
   bool closed_ = false;
@@ -32,6 +38,9 @@ class PacketWriter final : public lumo::ByteSink {
 class PacketReader final : public lumo::ByteSource {
  public:
   explicit PacketReader(lumo::ByteSource& connection) noexcept;  // not owned; outlives the reader
+
+  // True when nothing but the end packet follows, which is then read.
+  [[nodiscard]] bool ReadEnd();
 
  private:
   [[nodiscard]] std::ptrdiff_t Refill() override;

@@ -1,0 +1,95 @@
+#include "net/exchange.h"
+
+#include <string>
+
+#include "lumo/codec.h"
+#include "net/packet_stream.h"
+#include "net/transport_header.h"
+
+namespace TAVU::QTC {
+
+using lumo::Value;
+using lumo::ValueType;
+
+namespace {
+
+// A value that must be there: an end tag in its place is none.
+bool ReadWholeValue(lumo::ByteSource& source, Value& out) {
+  return lumo::ReadValue(source, out) && out.type() != ValueType::kEnd;
+}
+
+bool ReadReplyBody(lumo::ByteSource& body, Message& reply) {
+  if (!reply.ReadHead(body)) return false;
+  if (reply.is_fault) return true;
+  Value result;
+  return ReadWholeValue(body, result);
+}
+
+bool ReadRequestBody(lumo::ByteSource& body, Message& request, Value& argument) {
+  std::uint8_t end = 0;
+  return request.ReadHead(body) && request.kind == MessageKind::kCall &&
+         ReadWholeValue(body, argument) && body.ReadByte(end) && end == lumo::tag::kEnd;
+}
+
+// `head` up to its values, then `value` and the end tag, in packets not yet closed.
+bool WriteBody(PacketWriter& body, const Message& head, const Value& value) {
+  return head.WriteHead(body) && lumo::WriteValue(body, value) && lumo::EndContainer(body) &&
+         body.Flush();
+}
+
+}  // namespace
+
+bool WriteRequest(Transport& connection, std::string_view method, const Value& argument,
+                  std::size_t send_size) {
+  Message call;
+  call.kind = MessageKind::kCall;
+  call.method = method;
+  BufferedWriter writer(connection, send_size);
+  PacketWriter body(writer);
+  const bool written = TransportHeader().Write(writer) && WriteBody(body, call, argument);
+  // On every way out, and not looked at: see the declaration.
+  static_cast<void>(body.Close());
+  static_cast<void>(writer.Flush());
+  return written;
+}
+
+bool ReadReply(Transport& connection, Message& reply) {
+  reply.Reset();
+  BufferedReader reader(connection);
+  TransportHeader header;
+  if (!header.Read(reader)) return false;
+  if (header.HasUnpacketedBody()) return ReadReplyBody(reader, reply);
+  PacketReader body(reader);
+  return ReadReplyBody(body, reply);
+}
+
+bool ReadRequest(lumo::ByteSource& connection, Message& request, Value& argument) {
+  request.Reset();
+  TransportHeader header;
+  if (!header.Read(connection)) return false;
+  if (header.HasUnpacketedBody()) return ReadRequestBody(connection, request, argument);
+  PacketReader body(connection);
+  return ReadRequestBody(body, request, argument) && body.ReadEnd();
+}
+
+bool WriteResultReply(lumo::ByteSink& connection, const Value& result) {
+  Message reply;
+  reply.kind = MessageKind::kReply;
+  PacketWriter body(connection);
+  return TransportHeader().Write(connection) && WriteBody(body, reply, result) && body.Close();
+}
+
+bool WriteFaultReply(lumo::ByteSink& connection, const Fault& fault) {
+  Message reply;
+  reply.kind = MessageKind::kReply;
+  reply.is_fault = true;
+  reply.fault.code = fault.code;
+  reply.fault.message = fault.message;  // shallow: `fault` outlives the reply
+  reply.fault.detail = fault.detail;
+  PacketWriter body(connection);
+  return TransportHeader().Write(connection) && reply.WriteHead(body) && lumo::EndContainer(body) &&
+         lumo::WriteValue(body, Value()) && lumo::EndContainer(body) && body.Flush() &&
+         body.Close();
+}
+
+}  // namespace TAVU::QTC
