@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "lumo/hash.h"
 #include "support/vectors.h"
 
@@ -48,6 +52,48 @@ TEST(Map, IteratesInTheReferenceOrderAndCopiesKeepIt) {
     EXPECT_EQ(OrderOf(Map(map, CopyDepth::kDeep)), order);
     EXPECT_EQ(OrderOf(Map(map, CopyDepth::kShallow)), order);
   }
+}
+
+TEST(Map, KeepsTheFirstValueOfAKey) {
+  Map map;
+  EXPECT_TRUE(map.Insert(Value::CopyString("key"), Value::Int(1)));
+  EXPECT_FALSE(map.Insert(Value::CopyString("key"), Value::Int(2)));
+  // Equal within the tolerance of doubles, yet another key unless both fall into one bucket.
+  EXPECT_TRUE(map.Insert(Value::Double(0.0), Value::Int(3)));
+  EXPECT_TRUE(map.Insert(Value::Double(-0.0), Value::Int(4)));
+  EXPECT_EQ(map.size(), 3u);
+  ASSERT_NE(map.Find(Value::BorrowString("key")), nullptr);
+  EXPECT_EQ(map.Find(Value::BorrowString("key"))->value.int_value(), 1);
+  EXPECT_EQ(map.Find(Value::BorrowBinary(std::as_bytes(std::span("key", 3)))), nullptr);
+  map.Clear();
+  EXPECT_EQ(map.size(), 0u);
+  EXPECT_EQ(map.Find(Value::BorrowString("key")), nullptr);
+  EXPECT_TRUE(map.begin() == map.end());
+}
+
+TEST(Map, FindsEveryKeyOnBothSidesOfItsIndex) {
+  Map map;
+  for (int i = 0; i < 500; ++i) {
+    ASSERT_TRUE(map.Insert(Value::Int(i), Value::Int(-i)));
+    for (int j = 0; j <= i; j += 7) ASSERT_NE(map.Find(j), nullptr) << j << " of " << i;
+    ASSERT_EQ(map.Find(i)->value.int_value(), -i);
+    ASSERT_EQ(map.Find(i + 1), nullptr);
+  }
+}
+
+TEST(Map, AShallowCopyOfItsValueLeavesItAlone) {
+  auto owned = std::make_unique<Map>();
+  for (int i = 0; i < 300; ++i) owned->Insert(Value::CopyString(std::to_string(i)), Value::Int(i));
+  const std::vector<int> order = OrderOf(*owned);
+  const Value original = Value::AdoptMap(std::move(owned));
+  {
+    const Value copy = original;  // NOLINT: the copy is the test
+    EXPECT_EQ(&copy.map(), &original.map());
+    const Map entries(copy.map(), CopyDepth::kShallow);
+    EXPECT_EQ(entries.begin()->key.text().data(), original.map().begin()->key.text().data());
+  }
+  EXPECT_EQ(OrderOf(original.map()), order);
+  EXPECT_EQ(original.map().Find(Value::BorrowString("299"))->value.int_value(), 299);
 }
 
 }  // namespace
