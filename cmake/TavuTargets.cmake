@@ -18,15 +18,10 @@ if(WIN32)
   add_link_options(-Wl,--gc-sections)
 endif()
 
-# tavu_write_pdb(target): TARGET.pdb beside the linked file, for the debuggers of Windows. What
-# MinGW's own libraries bring along for other debuggers is taken out of the file again.
+# tavu_write_pdb(target): TARGET.pdb beside the linked file, for the debuggers of Windows.
 function(tavu_write_pdb target)
   if(WIN32)
-    target_link_options(${target} PRIVATE
-      -Wl,--pdb=$<TARGET_FILE_DIR:${target}>/$<TARGET_FILE_BASE_NAME:${target}>.pdb
-      -Wl,--Xlink=-pdbaltpath:%_PDB%)  # the file names it without this machine's folders
-    add_custom_command(TARGET ${target} POST_BUILD
-      COMMAND ${CMAKE_STRIP} --strip-all $<TARGET_FILE:${target}> VERBATIM)
+    target_link_options(${target} PRIVATE -Wl,--pdb=$<TARGET_FILE_DIR:${target}>/$<TARGET_FILE_BASE_NAME:${target}>.pdb)
   endif()
 endfunction()
 
@@ -53,6 +48,8 @@ add_library(tavu_header_only INTERFACE)
 target_include_directories(tavu_header_only SYSTEM INTERFACE ${tavu_header_only})
 target_compile_definitions(tavu_header_only INTERFACE ASIO_STANDALONE)
 if(WIN32)
+  # Asio does not recognise that this toolchain has threads, and its timers need one.
+  target_compile_definitions(tavu_header_only INTERFACE ASIO_HAS_THREADS)
   target_link_libraries(tavu_header_only INTERFACE ws2_32 mswsock)
 else()
   find_package(Threads REQUIRED)
