@@ -1,0 +1,33 @@
+// What the command line says.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace TAVU::collector {
+
+struct FaultAnswer {
+  std::int32_t code;
+  std::string message;
+};
+
+struct Options {
+  std::string host = "127.0.0.1";
+  std::uint16_t port = 7000;
+  std::string store;                 // folder, in UTF-8; empty for none
+  std::optional<FaultAnswer> fault;  // instead of success
+  std::uint64_t count = 0;           // records after which to end; 0: no end
+  // By default a block of 256 MiB gets through, with a mebibyte for its framing and other fields.
+  std::size_t max_request = (std::size_t{256} << 20) + (std::size_t{1} << 20);
+  std::size_t max_memory = std::size_t{1} << 30;
+  std::chrono::milliseconds idle_timeout = std::chrono::seconds(60);
+};
+
+// Nothing when the process has to end, with `exit_code`: help was asked for, or the command line is
+// wrong, which has been explained.
+[[nodiscard]] std::optional<Options> ParseOptions(int argc, char** argv, int& exit_code);
+
+}  // namespace TAVU::collector

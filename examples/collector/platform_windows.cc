@@ -1,0 +1,78 @@
+#include <windows.h>
+//
+#include <fcntl.h>
+#include <io.h>
+#include <shellapi.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+
+#include "platform.h"
+
+namespace TAVU::collector {
+namespace {
+
+constexpr int kStandardOutput = 1;
+constexpr std::size_t kLargestWrite = 1 << 20;
+
+std::error_code LastError() {
+  return {errno, std::generic_category()};
+}
+
+std::string ToUtf8(const wchar_t* text) {
+  const int size = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
+  if (size <= 0) return {};
+  std::string utf8(static_cast<std::size_t>(size), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8.data(), size, nullptr, nullptr);
+  utf8.pop_back();  // the terminator
+  return utf8;
+}
+
+}  // namespace
+
+void PrepareProcess() noexcept {
+  _setmode(kStandardOutput, _O_BINARY);
+}
+
+void RaiseConnectionLimit() noexcept {}  // memory is the only limit here
+
+std::vector<std::string> ArgumentsInUtf8(int argc, char** argv) {
+  int count = 0;
+  const std::unique_ptr<LPWSTR[], decltype(&LocalFree)> wide(
+      CommandLineToArgvW(GetCommandLineW(), &count), &LocalFree);
+  if (wide == nullptr) return {argv + (argc > 0 ? 1 : 0), argv + argc};
+  std::vector<std::string> arguments;
+  for (int i = 1; i < count; ++i) arguments.push_back(ToUtf8(wide[static_cast<std::size_t>(i)]));
+  return arguments;
+}
+
+std::error_code WriteStandardOutput(std::string_view text, std::size_t& written) {
+  written = 0;
+  while (written < text.size()) {
+    const auto size = static_cast<unsigned>(std::min(text.size() - written, kLargestWrite));
+    const int count = _write(kStandardOutput, text.data() + written, size);
+    if (count < 0) return LastError();
+    if (count == 0) return std::make_error_code(std::errc::no_space_on_device);
+    written += static_cast<std::size_t>(count);
+  }
+  return {};
+}
+
+std::FILE* CreateNewFile(const std::filesystem::path& path, std::error_code& error) {
+  const int descriptor =
+      _wopen(path.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
+  std::FILE* file = descriptor < 0 ? nullptr : _fdopen(descriptor, "wb");
+  if (file != nullptr) return file;
+  error = LastError();
+  if (descriptor >= 0) _close(descriptor);
+  return nullptr;
+}
+
+// Here the option would let a second collector, or anybody, take the port of a running one.
+bool AddressReuseIsSafe() noexcept {
+  return false;
+}
+
+}  // namespace TAVU::collector
