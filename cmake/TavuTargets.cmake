@@ -18,10 +18,15 @@ if(WIN32)
   add_link_options(-Wl,--gc-sections)
 endif()
 
-# tavu_write_pdb(target): TARGET.pdb beside the linked file, for the debuggers of Windows.
+# tavu_write_pdb(target): TARGET.pdb beside the linked file, for the debuggers of Windows. What
+# MinGW's own libraries bring along for other debuggers is taken out of the file again.
 function(tavu_write_pdb target)
   if(WIN32)
-    target_link_options(${target} PRIVATE -Wl,--pdb=$<TARGET_FILE_DIR:${target}>/$<TARGET_FILE_BASE_NAME:${target}>.pdb)
+    target_link_options(${target} PRIVATE
+      -Wl,--pdb=$<TARGET_FILE_DIR:${target}>/$<TARGET_FILE_BASE_NAME:${target}>.pdb
+      -Wl,--Xlink=-pdbaltpath:%_PDB%)  # the file names it without this machine's folders
+    add_custom_command(TARGET ${target} POST_BUILD
+      COMMAND ${CMAKE_STRIP} --strip-all $<TARGET_FILE:${target}> VERBATIM)
   endif()
 endfunction()
 

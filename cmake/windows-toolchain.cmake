@@ -11,6 +11,7 @@ set(CMAKE_CXX_COMPILER_TARGET x86_64-w64-windows-gnu)
 find_program(CMAKE_RC_COMPILER NAMES x86_64-w64-mingw32-windres REQUIRED)
 find_program(CMAKE_AR NAMES llvm-ar-14 llvm-ar REQUIRED)
 find_program(CMAKE_RANLIB NAMES llvm-ranlib-14 llvm-ranlib REQUIRED)
+find_program(CMAKE_STRIP NAMES llvm-strip-14 llvm-strip REQUIRED)
 
 # The folders of Debian's MinGW carry the thread model in their names, which hides the C++ library
 # from clang. The win32 model is preferred: it makes the smaller DLL.

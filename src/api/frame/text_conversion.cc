@@ -36,8 +36,7 @@ bool Decode(UINT codePage, std::string_view text, std::wstring& out) {
 }
 
 constexpr bool StaysAsItIs(char byte) noexcept {
-  return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') ||
-         (byte >= '0' && byte <= '9') || byte == '*' || byte == '-' || byte == '.' || byte == '_';
+  return IsAsciiLetterOrDigit(byte) || byte == '*' || byte == '-' || byte == '.' || byte == '_';
 }
 
 }  // namespace

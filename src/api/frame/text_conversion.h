@@ -6,6 +6,13 @@
 
 namespace TAVU::api {
 
+// A byte above 127 and a unit beyond ASCII are neither, whatever the locale says.
+template <typename Char>
+[[nodiscard]] constexpr bool IsAsciiLetterOrDigit(Char unit) noexcept {
+  return (unit >= 'A' && unit <= 'Z') || (unit >= 'a' && unit <= 'z') ||
+         (unit >= '0' && unit <= '9');
+}
+
 // kPercentEncoded keeps ASCII letters, digits and * - . _ as they are and writes every other byte
 // as a percent sign and two upper-case hexadecimal digits.
 enum class TextForm { kRaw, kPercentEncoded };
