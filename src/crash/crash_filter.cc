@@ -1,6 +1,6 @@
 #include "crash/crash_filter.h"
 
-#include <cstdint>
+#include <atomic>
 #include <string>
 
 #include "api/frame/api_lock.h"
@@ -17,6 +17,21 @@
 namespace TAVU::crash {
 
 namespace {
+
+// Tells a crash inside the sequence itself (of a callback of the host, say), which comes back to the
+// filter on the same thread. Waiting for the lock would hang the process for good.
+class SequenceUnderWay {
+ public:
+  SequenceUnderWay() noexcept { thread_ = ::GetCurrentThreadId(); }
+  SequenceUnderWay(const SequenceUnderWay&) = delete;
+  SequenceUnderWay& operator=(const SequenceUnderWay&) = delete;
+  ~SequenceUnderWay() { thread_ = 0; }
+
+  [[nodiscard]] static bool OnThisThread() noexcept { return thread_ == ::GetCurrentThreadId(); }
+
+ private:
+  static constinit inline std::atomic<DWORD> thread_ = 0;  // 0 is no thread's
+};
 
 void LaunchReporter(const EXCEPTION_POINTERS* exceptionPointers, const CrashHandler& handler,
                     const api::InstanceRecord& instance, const CrashFiles& files) {
@@ -69,7 +84,9 @@ void RunCrashSequence(const api::ApiLock::Guard& held, EXCEPTION_POINTERS* excep
 }  // namespace
 
 LONG WINAPI CrashFilter(EXCEPTION_POINTERS* exceptionPointers) noexcept {
+  if (SequenceUnderWay::OnThisThread()) return EXCEPTION_EXECUTE_HANDLER;
   const api::ApiLock::Guard held;
+  const SequenceUnderWay under_way;
   Attempt([&] { RunCrashSequence(held, exceptionPointers); });
   return EXCEPTION_EXECUTE_HANDLER;
 }

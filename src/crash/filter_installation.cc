@@ -1,24 +1,15 @@
 #include "crash/filter_installation.h"
 
-#include <cstdint>
-
-#include "api/frame/last_error.h"
+#include "api/frame/export_frame.h"
 #include "crash/crash_handler.h"
 #include "crash/filter_guard.h"
 
 namespace TAVU::crash {
 
-namespace {
-
-constexpr std::uint32_t kErrorCrashHandler = 102;
-
-}  // namespace
-
 bool InstallCrashFilter(api::Handle handle, LPTOP_LEVEL_EXCEPTION_FILTER filter) {
   CrashHandler& handler = CrashHandler::Get();
   if (handler.ownerHandle != 0 || handler.previousFilter != nullptr) {
-    api::SetLastErrorCode(kErrorCrashHandler);
-    return false;
+    return api::Fail(api::ErrorCode::kCrashHandler);
   }
   handler.previousFilter = ::SetUnhandledExceptionFilter(filter);
   static_cast<void>(PatchSetUnhandledExceptionFilter());  // unguarded is better than not at all
