@@ -2,13 +2,18 @@
 // its own. A call that fails is not repeated.
 //
 // Life: Create starts the thread; Stop ends it and may take as long as the calls still queued; the
-// destructor stops. Threads: Enqueue and Stop from any, the rest belongs to the worker. A host may
-// end, or free the library, with senders alive: nothing waits for the worker then, and the code that
-// it runs stays loaded until it is done.
+// destructor stops. Threads: Enqueue, Stop and the last results from any, the rest belongs to the
+// worker; nobody may use a sender that is being destroyed. Stop and Enqueue may meet: a call that was
+// accepted is made, or dropped only because of kDiscard.
+//
+// The host may go away at any time. It may end with senders alive: the system ends the worker, and
+// nothing here waits for it. It may free the library with senders alive, or right behind their
+// destruction: the worker holds the module that its code lies in until its last instruction.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "lumo/value.h"
 #include "net/call_once.h"
@@ -20,27 +25,40 @@ enum class PendingOnStop { kDeliver, kDiscard };
 class AsyncSender {
  public:
   // Null when memory, an event or the thread could not be had, or when the thread did not report
-  // itself within 1000 ms. `host` is copied.
+  // itself within 1000 ms; a thread that comes later finds that it is to stop, and what it works on
+  // is there until then. `host` is copied; null gives null.
   [[nodiscard]] static std::unique_ptr<AsyncSender> Create(const Endpoint& server,
                                                            PendingOnStop pending,
                                                            Protocol protocol) noexcept;
   AsyncSender(const AsyncSender&) = delete;
   AsyncSender& operator=(const AsyncSender&) = delete;
+  // Stops. Closes the work and the stopped event; the started event and the thread's handle stay open
+  // for good, as they always have.
   ~AsyncSender();
 
-  // Queues a call and returns at once. The argument must own all its content (or content that never
-  // dies). False, and the argument is dropped, when the sender is stopping or memory is exhausted.
+  // Queues a call and returns at once, in amortised constant time. Takes `argument` as it is, so it
+  // must own all its content (or borrow from what never dies). False, and the argument is dropped,
+  // when the sender is stopping or memory is exhausted.
   bool Enqueue(const char* method, lumo::Value argument) noexcept;
 
   // Ends the worker: with kDiscard the queued calls are dropped, with kDeliver they are made first.
   // Waits for the call in progress in both cases. Repeating it does nothing. Returns true.
   bool Stop() noexcept;
 
- private:
-  class Impl;
-  explicit AsyncSender(std::unique_ptr<Impl> impl) noexcept;
+  // Of the most recent call; kSuccess and empty before any. Throws std::bad_alloc for the text.
+  [[nodiscard]] ResultCode LastCode() const noexcept;
+  [[nodiscard]] std::string LastErrorText() const;
 
-  std::unique_ptr<Impl> impl_;
+ private:
+  class Context;  // shared with the worker
+  struct ContextRelease {
+    void operator()(Context* context) const noexcept;
+  };
+  using ContextPtr = std::unique_ptr<Context, ContextRelease>;
+
+  explicit AsyncSender(ContextPtr context) noexcept;
+
+  ContextPtr context_;
 };
 
 }  // namespace TAVU::QTC

@@ -1,6 +1,5 @@
 #include "support/scripted_server.h"
 
-#include <process.h>
 #include <ws2tcpip.h>
 
 #include <algorithm>
@@ -9,6 +8,8 @@
 #include <cstdlib>
 #include <deque>
 #include <utility>
+
+#include "support/threads.h"
 
 namespace TAVU::test {
 
@@ -53,50 +54,11 @@ std::uint16_t Bind(SOCKET socket, std::uint16_t port) {
   return ::ntohs(address.sin_port);
 }
 
-class Event {
- public:
-  explicit Event(bool set = false) : handle_(::CreateEventW(nullptr, TRUE, set, nullptr)) {}
-  ~Event() { ::CloseHandle(handle_); }
-  Event(const Event&) = delete;
-  Event& operator=(const Event&) = delete;
-  void Set() { ::SetEvent(handle_); }
-  void Reset() { ::ResetEvent(handle_); }
-  [[nodiscard]] bool IsSet() const { return ::WaitForSingleObject(handle_, 0) == WAIT_OBJECT_0; }
-  [[nodiscard]] HANDLE get() const { return handle_; }
-
- private:
-  HANDLE handle_;
-};
-
 // True when `wanted` was set first, false when `stop` was.
 bool WaitUnlessStopped(HANDLE stop, HANDLE wanted) {
   const HANDLE both[] = {stop, wanted};
   return ::WaitForMultipleObjects(2, both, FALSE, INFINITE) == WAIT_OBJECT_0 + 1;
 }
-
-class Thread {
- public:
-  template <typename Body>
-  explicit Thread(Body body) {
-    auto* own = new Body(std::move(body));
-    const auto entry = [](void* argument) -> unsigned {
-      const std::unique_ptr<Body> run(static_cast<Body*>(argument));
-      (*run)();
-      return 0;
-    };
-    handle_ = reinterpret_cast<HANDLE>(::_beginthreadex(nullptr, 0, entry, own, 0, nullptr));
-    if (handle_ == nullptr) Die("_beginthreadex");
-  }
-  ~Thread() {
-    ::WaitForSingleObject(handle_, INFINITE);
-    ::CloseHandle(handle_);
-  }
-  Thread(const Thread&) = delete;
-  Thread& operator=(const Thread&) = delete;
-
- private:
-  HANDLE handle_;
-};
 
 // What the server's threads and the test share, and the wait for it.
 class Monitor {
@@ -306,7 +268,7 @@ class ScriptedServer::Impl {
     }
     if (act != Act::kAnswerEarly && act != Act::kResetAtOnce) {
       const ConnectionEnd end = Read(channel, served, true);
-      if (end != ConnectionEnd::kOpen) return end;
+      if (end != ConnectionEnd::kOpen) return Told(end, channel);
     }
     if (!WaitUnlessStopped(served.reset.get(), released_.get())) return ConnectionEnd::kByServer;
     if (act == Act::kReset || act == Act::kResetAtOnce) return ConnectionEnd::kByServer;
@@ -321,12 +283,15 @@ class ScriptedServer::Impl {
     const bool closes = act == Act::kClose || act == Act::kAnswerThenClose;
     if (closes) ::shutdown(socket, SD_SEND);
     const ConnectionEnd end = Read(channel, served, false);
-    if (end != ConnectionEnd::kOrderly) return end;
-    if (closes) return ConnectionEnd::kByBoth;
-    // Under Wine a reset reads as an orderly end when its server saw it first. A byte sent tells: a
-    // connection that was reset takes none.
+    return closes && end != ConnectionEnd::kByServer ? ConnectionEnd::kByBoth : Told(end, channel);
+  }
+
+  // Under Wine a reset reads as an orderly end when Wine's own server saw it first. A byte sent tells
+  // the two apart: a connection that was reset takes none.
+  static ConnectionEnd Told(ConnectionEnd end, Channel& channel) {
     const std::byte probe = {};
-    return channel.Send(&probe, 1) ? ConnectionEnd::kOrderly : ConnectionEnd::kReset;
+    if (end != ConnectionEnd::kOrderly || channel.Send(&probe, 1)) return end;
+    return ConnectionEnd::kReset;
   }
 
   // Reads up to the end of a request, or of the connection.

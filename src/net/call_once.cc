@@ -1,0 +1,40 @@
+#include "net/call_once.h"
+
+#include "net/qtc_client.h"
+
+namespace TAVU::QTC {
+
+namespace {
+
+ResultCode Open(IQtcClient& client, const Endpoint& server, Protocol protocol) noexcept {
+  return protocol == Protocol::kTcp ? client.OpenTcp(server.host, server.port, server.timeout_ms)
+                                    : client.OpenUdp(server.host, server.port, server.timeout_ms);
+}
+
+void SetText(lumo::BasicString<char>& error_text, ResultCode code) noexcept {
+  const char* text = ResultText(code);
+  if (text == nullptr) return;
+  try {
+    error_text.Assign(text);
+  } catch (...) {
+    // Memory is exhausted; the code tells as much as the text would.
+  }
+}
+
+}  // namespace
+
+bool CallOnce(const Endpoint& server, Protocol protocol, const char* method,
+              const lumo::Value& argument, lumo::BasicString<char>& error_text,
+              ResultCode& code) noexcept {
+  const QtcClientPtr client = CreateQtcClient();
+  code = ResultCode::kStreamFault;
+  if (client) {
+    // Kept: called after a failed open, too, and the call's code is the one that counts.
+    static_cast<void>(Open(*client, server, protocol));
+    code = client->Call(method, argument);
+  }
+  SetText(error_text, code);
+  return true;
+}
+
+}  // namespace TAVU::QTC

@@ -1,0 +1,217 @@
+#include "net/socket.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "lumo/thread_error.h"
+
+namespace TAVU::QTC {
+
+namespace {
+
+constexpr WORD kWinSockVersion = MAKEWORD(2, 0);
+
+struct EventTraits {
+  using Handle = WSAEVENT;
+  static constexpr WSAEVENT kInvalid = nullptr;  // WSA_INVALID_EVENT
+  static void Close(WSAEVENT event) noexcept { ::WSACloseEvent(event); }
+};
+using ScopedEvent = Scoped<EventTraits>;
+
+constexpr std::uint32_t kConnected = 0;
+
+// The code of the call that has just failed; not 0.
+std::uint32_t NetworkError() noexcept {
+  const int error = ::WSAGetLastError();
+  return error != 0 ? static_cast<std::uint32_t>(error) : WSASYSCALLFAILURE;
+}
+
+bool SetBlockingMode(SOCKET socket, bool blocking) noexcept {
+  u_long non_blocking = blocking ? 0 : 1;
+  return ::ioctlsocket(socket, static_cast<long>(FIONBIO), &non_blocking) == 0;
+}
+
+ScopedSocket NewSocket(int type) noexcept {
+  ScopedSocket made(::socket(AF_INET, type, 0));
+  // A program that the host starts meanwhile must not inherit the connection and keep it open.
+  if (made) {
+    ::SetHandleInformation(reinterpret_cast<HANDLE>(made.get()), HANDLE_FLAG_INHERIT, 0);
+  }
+  return made;
+}
+
+// The address of a dotted address or a name. On failure the network error tells why.
+std::optional<in_addr> Resolve(const char* host) noexcept {
+  in_addr address = {};
+  // The value for "no address" is also that of 255.255.255.255, which is therefore looked up as if it
+  // were a name.
+  address.s_addr = ::inet_addr(host);
+  if (address.s_addr != INADDR_NONE) return address;
+  const hostent* entry = ::gethostbyname(host);
+  if (entry == nullptr) return std::nullopt;
+  if (entry->h_addr_list == nullptr || entry->h_addr_list[0] == nullptr) {
+    ::WSASetLastError(WSANO_DATA);
+    return std::nullopt;
+  }
+  const auto length = static_cast<std::size_t>(std::max<short>(entry->h_length, 0));
+  std::memcpy(&address, entry->h_addr_list[0], std::min(length, sizeof address));
+  return address;
+}
+
+// This and the following: kConnected, or the code that tells why not.
+std::uint32_t Connect(SOCKET socket, const sockaddr_in& address) noexcept {
+  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+  return ::connect(socket, generic, sizeof address) == 0 ? kConnected : NetworkError();
+}
+
+// Waits for the end of a connect that is under way.
+std::uint32_t AwaitConnection(SOCKET socket, WSAEVENT event, std::uint32_t timeout_ms) noexcept {
+  const DWORD waited = ::WaitForSingleObject(event, timeout_ms);
+  if (waited == WAIT_TIMEOUT) return lumo::kErrorWaitTimeout;
+  WSANETWORKEVENTS events = {};
+  if (waited != WAIT_OBJECT_0 || ::WSAEnumNetworkEvents(socket, event, &events) != 0) {
+    return NetworkError();
+  }
+  if ((events.lNetworkEvents & FD_CONNECT) == 0) return WSAENOTCONN;
+  return static_cast<std::uint32_t>(events.iErrorCode[FD_CONNECT_BIT]);
+}
+
+std::uint32_t ConnectWithin(SOCKET socket, const sockaddr_in& address,
+                            std::uint32_t timeout_ms) noexcept {
+  const ScopedEvent event(::WSACreateEvent());
+  // The selection also makes the socket non-blocking.
+  if (!event || ::WSAEventSelect(socket, event.get(), FD_CONNECT) != 0) return NetworkError();
+  std::uint32_t result = Connect(socket, address);
+  if (result == WSAEWOULDBLOCK) result = AwaitConnection(socket, event.get(), timeout_ms);
+  if (result != kConnected) return result;
+  const bool restored = ::WSAEventSelect(socket, nullptr, 0) == 0 && SetBlockingMode(socket, true);
+  return restored ? kConnected : NetworkError();
+}
+
+template <typename Connector>
+std::uint32_t ConnectTo(SOCKET socket, const char* host, std::uint16_t port,
+                        Connector connect) noexcept {
+  if (host == nullptr) return WSAHOST_NOT_FOUND;
+  const std::optional<in_addr> resolved = Resolve(host);
+  if (!resolved) return NetworkError();
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = ::htons(port);
+  address.sin_addr = *resolved;
+  return connect(socket, address);
+}
+
+// A socket of `type`, connected; or none, and the thread error tells why.
+template <typename Connector>
+ScopedSocket Open(int type, const char* host, std::uint16_t port, Connector connect) noexcept {
+  ScopedSocket socket = NewSocket(type);
+  if (!socket) return socket;
+  const std::uint32_t result = ConnectTo(socket.get(), host, port, connect);
+  if (result == kConnected) return socket;
+  socket.Reset();
+  lumo::SetThreadError(result);  // last: the closing of socket and event must not hide it
+  return socket;
+}
+
+// These say that there is no socket to work on at all.
+bool MeansNoSocket(std::uint32_t error) noexcept {
+  return error == WSAENOTSOCK || error == WSANOTINITIALISED;
+}
+
+}  // namespace
+
+WinSock::WinSock() noexcept {
+  WSADATA data = {};
+  started_ = ::WSAStartup(kWinSockVersion, &data) == 0;
+  if (started_ && data.wVersion != kWinSockVersion) {
+    ::WSACleanup();
+    started_ = false;
+  }
+}
+
+WinSock::~WinSock() {
+  // Only what was started: the clean-ups are counted, and one too many would be the host's.
+  if (started_) ::WSACleanup();
+}
+
+ScopedSocket OpenTcpSocket(const char* host, std::uint16_t port, std::int32_t timeout_ms) noexcept {
+  return Open(SOCK_STREAM, host, port, [timeout_ms](SOCKET socket, const sockaddr_in& address) {
+    if (timeout_ms < 0) return Connect(socket, address);
+    return ConnectWithin(socket, address, static_cast<std::uint32_t>(timeout_ms));
+  });
+}
+
+ScopedSocket OpenUdpSocket(const char* host, std::uint16_t port) noexcept {
+  return Open(SOCK_DGRAM, host, port, Connect);
+}
+
+void Socket::Adopt(ScopedSocket socket, std::uint32_t receive_timeout_ms) noexcept {
+  socket_ = std::move(socket);
+  receive_timeout_ms_ = receive_timeout_ms;
+  blocking_ = true;
+}
+
+bool Socket::SetLinger(bool on, std::uint16_t seconds) noexcept {
+  const linger option = {.l_onoff = static_cast<u_short>(on ? 1 : 0), .l_linger = seconds};
+  return ::setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&option),
+                      sizeof option) == 0;
+}
+
+std::ptrdiff_t Socket::SendAll(const std::byte* data, std::size_t size) noexcept {
+  if (!is_open()) return 0;
+  // A blocking send waits in the system for what the peer takes.
+  SetBlocking(true);
+  std::size_t sent = 0;
+  while (sent < size) {
+    const auto piece = static_cast<int>(std::min<std::size_t>(size - sent, INT_MAX));
+    const int count = ::send(socket_.get(), reinterpret_cast<const char*>(data) + sent, piece, 0);
+    if (count != SOCKET_ERROR) {
+      sent += static_cast<std::size_t>(count);
+      continue;
+    }
+    const std::uint32_t error = NetworkError();
+    if (error == WSAEWOULDBLOCK) {
+      // Somebody else changed the mode of the socket: tried again until it goes.
+      SetBlockingMode(socket_.get(), true);
+      continue;
+    }
+    if (sent == 0 && MeansNoSocket(error)) return 0;
+    SetBlocking(false);  // kept: this is the mode that a failed send leaves behind
+    lumo::SetThreadError(error);
+    return -1;
+  }
+  return static_cast<std::ptrdiff_t>(size);
+}
+
+std::ptrdiff_t Socket::Receive(std::byte* out, std::size_t capacity) noexcept {
+  fd_set readable;
+  readable.fd_count = 1;
+  readable.fd_array[0] = socket_.get();
+  timeval timeout = {.tv_sec = static_cast<long>(receive_timeout_ms_ / 1000),
+                     .tv_usec = static_cast<long>(receive_timeout_ms_ % 1000 * 1000)};
+  const bool limited = receive_timeout_ms_ != kNoLimit;
+  const int ready = ::select(0, &readable, nullptr, nullptr, limited ? &timeout : nullptr);
+  if (ready == SOCKET_ERROR) return -1;
+  if (ready == 0) {
+    SetBlocking(true);
+    lumo::SetThreadError(lumo::kErrorWaitTimeout);
+    return -1;
+  }
+  const auto room = static_cast<int>(std::min<std::size_t>(capacity, INT_MAX));
+  return ::recv(socket_.get(), reinterpret_cast<char*>(out), room, 0);
+}
+
+bool Socket::Close() noexcept {
+  if (!is_open() || ::closesocket(socket_.get()) != 0) return false;
+  static_cast<void>(socket_.Release());
+  return true;
+}
+
+void Socket::SetBlocking(bool blocking) noexcept {
+  if (blocking_ != blocking && SetBlockingMode(socket_.get(), blocking)) blocking_ = blocking;
+}
+
+}  // namespace TAVU::QTC

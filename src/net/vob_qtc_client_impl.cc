@@ -1,0 +1,72 @@
+#include "net/vob_qtc_client_impl.h"
+
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include "net/exchange.h"
+
+namespace TAVU::QTC {
+
+namespace {
+
+// Bytes of one send over TCP. Large blocks go out in few system calls, and a usual record in one.
+constexpr std::size_t kTcpSendSize = 64 * 1024;
+
+}  // namespace
+
+QtcClientPtr CreateQtcClient() noexcept {
+  return QtcClientPtr(new (std::nothrow) VobQtcClientImpl);
+}
+
+ResultCode VobQtcClientImpl::OpenTcp(const char* host, std::uint16_t port,
+                                     std::uint32_t timeout_ms) noexcept {
+  if (socket_.is_open()) return ResultCode::kAlreadyOpen;
+  ScopedSocket socket = OpenTcpSocket(host, port, static_cast<std::int32_t>(timeout_ms));
+  if (!socket) return ResultCode::kConnectFailed;
+  socket_.Adopt(std::move(socket), timeout_ms);
+  socket_.SetLinger(true, 0);
+  expects_reply_ = true;
+  return ResultCode::kSuccess;
+}
+
+ResultCode VobQtcClientImpl::OpenUdp(const char* host, std::uint16_t port,
+                                     std::uint32_t timeout_ms) noexcept {
+  if (socket_.is_open()) return ResultCode::kAlreadyOpen;
+  ScopedSocket socket = OpenUdpSocket(host, port);
+  if (!socket) return ResultCode::kConnectFailed;
+  socket_.Adopt(std::move(socket), timeout_ms);
+  expects_reply_ = false;
+  return ResultCode::kSuccess;
+}
+
+ResultCode VobQtcClientImpl::Call(const char* method, const lumo::Value& argument) noexcept {
+  try {
+    return Exchange(method, argument);
+  } catch (...) {
+    return ResultCode::kStreamFault;  // memory is exhausted: nothing else throws here
+  }
+}
+
+ResultCode VobQtcClientImpl::Exchange(const char* method, const lumo::Value& argument) {
+  const std::string_view name = method == nullptr ? "" : method;
+  // A client that is not open keeps to the small buffer, too: what counts as written must not depend
+  // on the size that an open connection would have had.
+  const bool is_stream = expects_reply_ && socket_.is_open();
+  if (!WriteRequest(socket_, name, argument, is_stream ? kTcpSendSize : kBufferSize)) {
+    return ResultCode::kStreamFault;
+  }
+  if (!expects_reply_) return ResultCode::kSuccess;
+  Message reply;
+  if (!ReadReply(socket_, reply)) return ResultCode::kStreamFault;
+  const bool is_result = reply.kind == MessageKind::kReply && !reply.is_fault;
+  return is_result ? ResultCode::kSuccess : ResultCode::kServerError;
+}
+
+ResultCode VobQtcClientImpl::Close() noexcept {
+  // Should the system refuse to close it, the handle is forgotten all the same.
+  if (!socket_.Close()) socket_.Forget();
+  return ResultCode::kSuccess;
+}
+
+}  // namespace TAVU::QTC

@@ -1,0 +1,55 @@
+// Threads and events for tests on Windows, whose C++ library here has none.
+#pragma once
+
+#include <windows.h>
+
+#include <process.h>
+
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+namespace TAVU::test {
+
+// Manual-reset.
+class Event {
+ public:
+  explicit Event(bool set = false) : handle_(::CreateEventW(nullptr, TRUE, set, nullptr)) {}
+  ~Event() { ::CloseHandle(handle_); }
+  Event(const Event&) = delete;
+  Event& operator=(const Event&) = delete;
+  void Set() { ::SetEvent(handle_); }
+  void Reset() { ::ResetEvent(handle_); }
+  [[nodiscard]] bool IsSet() const { return ::WaitForSingleObject(handle_, 0) == WAIT_OBJECT_0; }
+  [[nodiscard]] HANDLE get() const { return handle_; }
+
+ private:
+  HANDLE handle_;
+};
+
+// Runs `body` from the construction on; the destructor waits for its end.
+class Thread {
+ public:
+  template <typename Body>
+  explicit Thread(Body body) {
+    auto* own = new Body(std::move(body));
+    const auto entry = [](void* argument) -> unsigned {
+      const std::unique_ptr<Body> run(static_cast<Body*>(argument));
+      (*run)();
+      return 0;
+    };
+    handle_ = reinterpret_cast<HANDLE>(::_beginthreadex(nullptr, 0, entry, own, 0, nullptr));
+    if (handle_ == nullptr) std::abort();
+  }
+  ~Thread() {
+    ::WaitForSingleObject(handle_, INFINITE);
+    ::CloseHandle(handle_);
+  }
+  Thread(const Thread&) = delete;
+  Thread& operator=(const Thread&) = delete;
+
+ private:
+  HANDLE handle_;
+};
+
+}  // namespace TAVU::test
