@@ -11,8 +11,9 @@ if(TAVU_SANITIZE)
 endif()
 if(WIN32)
   # Sections are kept apart so that the linker can drop what nobody calls. The frame pointer stays:
-  # the call stack of a crash document follows its chain.
-  add_compile_options(-gcodeview -ffunction-sections -fdata-sections -fno-omit-frame-pointer
+  # the call stack of a crash document follows its chain. -gcodeview only says in which form: without
+  # -g the PDB holds no source lines.
+  add_compile_options(-g -gcodeview -ffunction-sections -fdata-sections -fno-omit-frame-pointer
                       -fms-extensions)
   add_compile_definitions(WIN32_LEAN_AND_MEAN NOMINMAX UNICODE _UNICODE _WIN32_WINNT=0x0601)
   add_link_options(-Wl,--gc-sections)
