@@ -196,6 +196,10 @@ class ScriptedServer::Impl {
   Impl(Script script, std::uint16_t port) : script_(std::move(script)) {
     StartWinSock();
     listener_ = NewSocket(SOCK_STREAM);
+    // Closed connections of a server before it on the same port must not keep the port from this one.
+    const int reuse = 1;
+    ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&reuse),
+                 sizeof reuse);
     port_ = Bind(listener_, port);
     if (::listen(listener_, SOMAXCONN) != 0) Die("listen");
     ::WSAEventSelect(listener_, arrival_.get(), FD_ACCEPT);
