@@ -102,15 +102,17 @@ std::optional<Integer> IntegerOf(const Value& value, ConversionMode mode) noexce
     case ValueType::kDate:
       return IntegerOfLong<Integer>(value.date_value(), mode);
     case ValueType::kString:
-      if constexpr (kIsLong)
+      if constexpr (kIsLong) {
         return ParseLong(value.text());
-      else
+      } else {
         return ParseInt(value.text());
+      }
     case ValueType::kBigInt:
-      if constexpr (kIsLong)
+      if constexpr (kIsLong) {
         return value.big_int().ToInt64();
-      else
+      } else {
         return value.big_int().ToInt32();
+      }
     default:
       return std::nullopt;
   }

@@ -20,13 +20,15 @@ namespace TAVU::lumo {
 class BigInt;
 
 enum class ConversionMode {
-  kStrict = 0,  // no conversion: the value must have the type
-  kUnchecked =
-      1,        // numbers are cut to size: integers to their low bits; a double loses its fraction,
-                // and one that does not fit, or is none, becomes the smallest integer, which is
-                // what x86-64 processors make of it
-  kRanged = 2,  // as kUnchecked, but a number outside of the range fails
-  kExact = 3,   // as kRanged, but a double with a fraction or without a number fails too
+  // No conversion: the value must have the type.
+  kStrict = 0,
+  // Numbers are cut to size: integers to their low bits; a double loses its fraction, and one that
+  // does not fit, or is no number, becomes the smallest integer, as x86-64 processors have it.
+  kUnchecked = 1,
+  // As kUnchecked, but a number outside of the range fails.
+  kRanged = 2,
+  // As kRanged, but a double with a fraction, or that is no number, fails too.
+  kExact = 3,
 };
 
 [[nodiscard]] bool GetAsBool(const Value& value, bool& out, ConversionMode mode) noexcept;

@@ -21,8 +21,8 @@ enum class DateFormat {
 // How much of the moment the ISO form writes; the others always write seconds.
 enum class DatePrecision { kDay = 0, kSecond = 1, kFraction = 2 };
 
-// Offsets are seconds to add to local time to get UTC, negative east of Greenwich. Move-only; used by
-// one thread at a time. Throws nothing but BadAllocation.
+// Offsets are seconds to add to local time to get UTC, negative east of Greenwich. Move-only; used
+// by one thread at a time. Throws nothing but BadAllocation.
 class DateTime {
  public:
   DateTime() noexcept = default;

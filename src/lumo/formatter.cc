@@ -176,6 +176,12 @@ Conversion TakeConversion(const char*& at, Arguments& arguments) {
 
 // --- Writing one --------------------------------------------------------------------------------
 
+std::string_view SignOf(const Conversion& conversion, bool negative) {
+  if (negative) return "-";
+  if (conversion.plus_sign) return "+";
+  return conversion.space_sign ? " " : "";
+}
+
 void WriteDigits(Writer& out, std::string_view digits, const IntegerLayout& layout) {
   const std::size_t zeros = layout.digit_count - digits.size();
   for (std::size_t i = 0; i < layout.digit_count; ++i) {
@@ -185,32 +191,35 @@ void WriteDigits(Writer& out, std::string_view digits, const IntegerLayout& layo
   }
 }
 
+IntegerLayout LayOut(const Conversion& conversion, const IntegerStyle& style,
+                     std::size_t own_digits, bool negative) {
+  IntegerLayout layout;
+  const bool is_zero = own_digits == 0;
+  if (conversion.precision < 0) {
+    layout.digit_count = is_zero ? 1 : own_digits;
+  } else {
+    layout.digit_count = std::max(own_digits, static_cast<std::size_t>(conversion.precision));
+  }
+  if (conversion.alternate && style.base == 8) {
+    layout.digit_count = std::max(layout.digit_count, own_digits + 1);
+  }
+  layout.grouped = conversion.grouped && style.base == 10;
+  if (style.is_signed) layout.sign = SignOf(conversion, negative);
+  const bool is_pointer = conversion.letter == 'p';  // its prefix stands before a null one too
+  if (conversion.alternate && (!is_zero || is_pointer)) layout.prefix = style.prefix;
+  return layout;
+}
+
 void WriteInteger(Writer& out, const Conversion& conversion, const IntegerStyle& style,
                   std::uint64_t magnitude, bool negative) {
   char buffer[64];  // binary digits of the largest number
-  char* first = buffer + sizeof buffer;
+  char* const end = buffer + sizeof buffer;
+  char* first = end;
   for (std::uint64_t rest = magnitude; rest != 0; rest /= style.base) {
     *--first = style.digits[rest % style.base];
   }
-  const std::string_view digits(first, static_cast<std::size_t>(buffer + sizeof buffer - first));
-
-  IntegerLayout layout;
-  const auto precision = static_cast<std::size_t>(std::max(conversion.precision, 0));
-  layout.digit_count = std::max(digits.size(), conversion.precision < 0 ? 1 : precision);
-  layout.grouped = conversion.grouped && style.base == 10;
-  if (style.is_signed) {
-    if (negative)
-      layout.sign = "-";
-    else if (conversion.plus_sign)
-      layout.sign = "+";
-    else if (conversion.space_sign)
-      layout.sign = " ";
-  }
-  const bool is_pointer = conversion.letter == 'p';  // its prefix stands before a null one too
-  if (conversion.alternate && (magnitude != 0 || is_pointer)) layout.prefix = style.prefix;
-  if (conversion.alternate && style.base == 8) {
-    layout.digit_count = std::max(layout.digit_count, digits.size() + 1);
-  }
+  const std::string_view digits(first, static_cast<std::size_t>(end - first));  // none of zero
+  const IntegerLayout layout = LayOut(conversion, style, digits.size(), negative);
 
   const auto width = static_cast<std::size_t>(conversion.width);
   const std::size_t padding = width > layout.size() ? width - layout.size() : 0;

@@ -2,23 +2,21 @@
 //
 // A conversion is %[flags][width][.precision][length]letter:
 //
-//   flags      '-' left-justify, '+' and ' ' a sign for positive numbers, '0' pad with zeros, '#'
-//   the
-//              prefix of the base (0x, 0X, 0b, a leading 0 for octal), '\'' a comma between groups
-//              of three decimal digits; in any order, repetition allowed
+//   flags      '-' left-justify, '+' and ' ' a sign for positive numbers, '0' pad with zeros,
+//              '#' the base's prefix (0x, 0X, 0b, a leading 0 for octal), '\'' a comma between
+//              groups of three decimal digits; in any order, repetition allowed
 //   width      digits, or '*' for an int argument; negative: left-justify
 //   precision  digits, or '*' for an int argument (negative: none): the least number of digits of
-//   an
-//              integer, the most bytes of a text
+//              an integer, the most bytes of a text
 //   length     l, ll or z: the integer argument has 64 bits, on every platform; otherwise 32
 //   letter     d i u x X o b: integers; and without a length, c: a character, s: a zero-terminated
 //              text ("(null)" for a null pointer), p: a pointer (0x and lower-case digits)
 //
-// "%%" writes one '%'. What the C library leaves undefined: anything else behind a '%' is written
-// as it stands and takes no argument, as is a '%' at the end of the format. Floating point has no
-// conversion here, and %n does not exist. Where flags meet, C decides: '-' beats '0', '+' beats '
-// ', an integer's precision beats '0'; zeros of a '0' flag are not grouped, those of a precision
-// are.
+// "%%" writes one '%'. Where the C library leaves the outcome open: anything else behind a '%' is
+// written as it stands and takes no argument but those of its '*'s; so is a '%' at the end.
+// Floating point has no conversion here, and %n does not exist. Where flags meet, C decides: '-'
+// beats '0', '+' beats a space, an integer's precision beats '0'; zeros of a '0' flag are not
+// grouped, those of a precision are.
 #pragma once
 
 #include <cstdarg>

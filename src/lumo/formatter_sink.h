@@ -10,7 +10,7 @@ class Formatter {
  public:
   // The engine's calls, in this order: begin once; for each buffer that got full end(its capacity)
   // and grow; end once more with what the last buffer holds. After a begin or grow that returns
-  // false there is no buffer, and the rest of the text is lost.
+  // false there is no buffer, the rest of the text is lost, and the last end gets 0.
   virtual bool begin() = 0;                   // offers a first buffer
   virtual bool grow() = 0;                    // offers a further one
   virtual void end(std::size_t written) = 0;  // commits that many bytes of the last buffer

@@ -1,5 +1,5 @@
-// What the text view and the conversions may do to a value beyond its own interface. For text_view.cc
-// and conversion.cc only.
+// What the text view and the conversions may do to a value beyond its own interface. For
+// text_view.cc and conversion.cc only.
 #pragma once
 
 #include <cstring>
