@@ -30,6 +30,7 @@ class BodyScanner {
   std::size_t Feed(std::span<const std::byte> bytes);
 
   [[nodiscard]] ScanState state() const noexcept { return state_; }
+  [[nodiscard]] bool call_begun() const noexcept { return expected_ != Expected::kEnvelope; }
   [[nodiscard]] const char* reason() const noexcept { return reason_; }  // of kRefused; static
 
  private:

@@ -98,6 +98,7 @@ class Collector {
     tcp_.Stop();
     udp_.Stop();
     std::error_code ignored;  // then the further Ctrl-C does nothing
+    signals_.cancel(ignored);
     signals_.clear(ignored);
   }
 

@@ -21,6 +21,11 @@ std::optional<FaultAnswer> ParseFault(const std::string& text) {
   return fault;
 }
 
+// The parser of unsigned numbers would take -1 for the largest one.
+std::string CheckUnsigned(const std::string& text) {
+  return text.find('-') == std::string::npos ? std::string() : "less than zero: " + text;
+}
+
 }  // namespace
 
 std::optional<Options> ParseOptions(int argc, char** argv, int& exit_code) {
@@ -48,15 +53,18 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& exit_code) {
         return ParseFault(text) ? std::string() : "not a CODE or CODE:MESSAGE: " + text;
       });
   app.add_option("--count", options.count, "end after this many records; 0: do not")
+      ->check(CheckUnsigned)
       ->capture_default_str();
   app.add_option("--max-request", options.max_request,
                  "largest request, in bytes or with a unit (64K, 16M); unless told, a block of "
                  "256 MiB gets through")
       ->transform(CLI::AsSizeValue(false))
+      ->check(CheckUnsigned)
       ->type_name("BYTES");
   app.add_option("--max-memory", options.max_memory,
                  "most bytes of unfinished requests over TCP, all peers together")
       ->transform(CLI::AsSizeValue(false))
+      ->check(CheckUnsigned)
       ->type_name("BYTES")
       ->default_str("1G");
   app.add_option("--idle-timeout", idle_seconds,

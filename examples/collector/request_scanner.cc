@@ -9,8 +9,7 @@ namespace {
 constexpr std::uint8_t kFirstByte = 0xCF;
 constexpr std::size_t kShortHeader = 4;  // bytes; without masks
 constexpr std::size_t kMaskSize = 4;
-constexpr std::uint8_t kField0 = 0x80;          // in the first byte of the first mask
-constexpr std::size_t kShortestBeginning = 10;  // header, a packet's length, kind, version, "m"
+constexpr std::uint8_t kField0 = 0x80;  // in the first byte of the first mask
 
 }  // namespace
 
@@ -94,12 +93,11 @@ void RequestScanner::Refuse(std::string reason) {
 }
 
 bool BeginsRequest(std::span<const std::byte> datagram) {
-  // Behind the header and a packet's length come the fixed bytes of the call, of which a scanner
-  // refuses the first that is wrong. What continues an earlier request has no such beginning.
-  if (datagram.size() < kShortestBeginning) return false;
+  // A scanner refuses the first byte that is wrong. What continues an earlier request will hardly
+  // get past the fixed bytes of header and call.
   RequestScanner scanner(datagram.size());
   scanner.Feed(datagram);
-  return scanner.state() != ScanState::kRefused;
+  return scanner.state() != ScanState::kRefused && scanner.call_begun();
 }
 
 }  // namespace TAVU::collector

@@ -24,6 +24,8 @@ class RequestScanner {
   [[nodiscard]] ScanState state() const noexcept { return state_; }
   [[nodiscard]] const std::string& reason() const noexcept { return reason_; }  // of kRefused
   [[nodiscard]] std::size_t size() const noexcept { return size_; }  // bytes of the request so far
+  // Whether all the fixed bytes in front of the service's name have come.
+  [[nodiscard]] bool call_begun() const noexcept { return body_.call_begun(); }
 
  private:
   enum class Expected : std::uint8_t {

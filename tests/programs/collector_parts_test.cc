@@ -1,0 +1,222 @@
+// The collector's parts that need no socket: scanners, SHA-256, texts.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "body_scanner.h"
+#include "lumo/codec.h"
+#include "lumo/memory_reader.h"
+#include "record_line.h"
+#include "request_scanner.h"
+#include "sha256.h"
+#include "support/vectors.h"
+#include "utc_time.h"
+#include "value_json.h"
+
+namespace TAVU::collector {
+namespace {
+
+using test::BytesOf;
+using Bytes = std::vector<std::byte>;
+
+constexpr std::size_t kNoLimit = std::size_t{1} << 30;
+
+Bytes Joined(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+Bytes Repeated(const char* hex, std::size_t count) {
+  return BytesOf({{"repeat", hex, count}});
+}
+
+// A call of "s" with one argument.
+Bytes BodyWith(const Bytes& argument) {
+  return Joined({BytesOf("6301006d000173"), argument, BytesOf("7a")});
+}
+
+Bytes InPackets(const Bytes& body, std::size_t packet) {
+  Bytes request = BytesOf("cf100004");
+  for (std::size_t at = 0; at < body.size(); at += packet) {
+    const std::size_t size = std::min(packet, body.size() - at);
+    request.push_back(static_cast<std::byte>(size >> 8));
+    request.push_back(static_cast<std::byte>(size));
+    request.insert(request.end(), &body[at], &body[at] + size);
+  }
+  return Joined({request, BytesOf("0000")});
+}
+
+// Feeds in pieces; `used` is how many bytes the scanner took.
+std::pair<ScanState, std::string> Scan(const Bytes& request, std::size_t piece, std::size_t& used,
+                                       std::size_t limit = kNoLimit) {
+  RequestScanner scanner(limit);
+  used = 0;
+  while (used < request.size() && scanner.state() == ScanState::kIncomplete) {
+    used += scanner.Feed(std::span(request).subspan(used, std::min(piece, request.size() - used)));
+  }
+  return {scanner.state(), scanner.reason()};
+}
+
+TEST(RequestScanner, FindsTheEndOfEachReferenceRequest) {
+  for (const char* file : {"records.json", "framing.json"}) {
+    const test::Json vectors = test::LoadVectors(file);
+    for (const auto& vector : vectors.contains("cases") ? vectors["cases"] : vectors["requests"]) {
+      const auto& notation = vector.contains("request") ? vector["request"] : vector["bytes"];
+      if (notation.is_object()) continue;  // only its digest is known
+      const Bytes whole = BytesOf(notation);
+      const Bytes followed = Joined({whole, BytesOf("cf100004")});
+      for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, followed.size()}) {
+        SCOPED_TRACE(vector["name"].get<std::string>() + " by " + std::to_string(piece));
+        std::size_t used = 0;
+        EXPECT_EQ(Scan(followed, piece, used).first, ScanState::kComplete);
+        EXPECT_EQ(used, whole.size());
+      }
+      EXPECT_TRUE(BeginsRequest(whole)) << vector["name"];
+      if (whole.size() > 2048) {
+        EXPECT_FALSE(BeginsRequest(std::span(whole).subspan(2048))) << vector["name"];
+      }
+    }
+  }
+}
+
+// Every value that the decoder takes has an end that the scanner finds; no value that the decoder
+// refuses looks whole.
+TEST(RequestScanner, AgreesWithTheDecoder) {
+  const test::Json vectors = test::LoadVectors("codec.json");
+  for (const char* list : {"encode", "decode", "refused"}) {
+    for (const auto& vector : vectors[list]) {
+      if (vector["bytes"].is_object()) continue;
+      SCOPED_TRACE(vector["name"].get<std::string>());
+      Bytes value = BytesOf(vector["bytes"]);
+      if (vector.contains("used")) value.resize(vector["used"].get<std::size_t>());
+      lumo::MemoryReader reader(value);
+      lumo::Value decoded;
+      const bool taken =
+          lumo::ReadValue(reader, decoded) && decoded.type() != lumo::ValueType::kEnd;
+      const Bytes body = BodyWith(value);
+      const std::pair<Bytes, bool> forms[] = {
+          {InPackets(body, 5), false},
+          {Joined({BytesOf("cf10000a800000000101"), body}), true},
+      };
+      for (const auto& [request, bare] : forms) {
+        std::size_t used = 0;
+        const auto [state, reason] = Scan(request, 3, used);
+        EXPECT_EQ(state == ScanState::kComplete, taken)
+            << (bare ? "bare: " : "packets: ") << reason;
+        if (taken) EXPECT_EQ(used, request.size());
+      }
+    }
+  }
+}
+
+TEST(RequestScanner, RefusesAsEarlyAsItCan) {
+  const Bytes deep = Repeated("56", lumo::kDeepestNesting);
+  const struct {
+    const char* name;
+    Bytes request;
+    std::size_t used;  // bytes looked at
+    const char* reason;
+  } kCases[] = {
+      {"other protocol", BytesOf("474554202f"), 1, "not a request"},
+      {"header too short", BytesOf("cf100003ff"), 4, "malformed header"},
+      {"header without a whole mask", BytesOf("cf100006ff"), 4, "malformed header"},
+      {"reply", BytesOf("cf10000400057201004e7a0000"), 7, "not a call"},
+      {"other envelope version", BytesOf("cf10000400056302"), 8, "not a call"},
+      {"no argument", InPackets(BytesOf("6301006d0001737a"), 99), 14, "call without an argument"},
+      {"two arguments", InPackets(BodyWith(BytesOf("4e4e")), 99), 15, "more than one argument"},
+      {"no end", InPackets(BytesOf("6301006d0001734e"), 99), 16, "the body ends inside the call"},
+      {"bytes behind the end", InPackets(Joined({BodyWith(BytesOf("4e")), BytesOf("00")}), 99), 15,
+       "bytes behind the end of the call"},
+      {"long chunk", InPackets(BodyWith(BytesOf("738001")), 99), 16, "chunk too long"},
+      {"deepest values", InPackets(BodyWith(Joined({deep, BytesOf("56")})), 2000), 1014,
+       "values nested too deeply"},
+      {"many maps", InPackets(BodyWith(Joined({BytesOf("56"), Repeated("4d7a", 70000)})), 60000),
+       125017, "too many values"},
+      {"large map", InPackets(BodyWith(Joined({BytesOf("4d"), Repeated("4e4e", 1001)})), 9000),
+       2015, "map with too many entries"},
+  };
+  for (const auto& test : kCases) {
+    std::size_t used = 0;
+    const auto [state, reason] = Scan(test.request, test.request.size(), used);
+    EXPECT_EQ(state, ScanState::kRefused) << test.name;
+    EXPECT_EQ(reason, test.reason) << test.name;
+    EXPECT_EQ(used, test.used) << test.name;
+  }
+}
+
+TEST(RequestScanner, HoldsItsLimitToTheByte) {
+  const Bytes request = InPackets(BodyWith(BytesOf("4e")), 99);
+  std::size_t used = 0;
+  EXPECT_EQ(Scan(request, 4, used, request.size()).first, ScanState::kComplete);
+  EXPECT_EQ(Scan(request, 4, used, request.size() - 1).second, "request larger than 16 bytes");
+}
+
+TEST(BeginsRequest, TellsBeginningsFromContinuations) {
+  EXPECT_TRUE(BeginsRequest(BytesOf("cf10000400136301006d")));
+  EXPECT_TRUE(BeginsRequest(BytesOf("cf10000a8000000001016301006d000b")));
+  for (const char* hex : {"", "cf10", "cf100004001363", "cf100004001363010078",
+                          "78787878787878787878", "cf10cf10cf10cf10cf10cf10"}) {
+    EXPECT_FALSE(BeginsRequest(BytesOf(hex))) << hex;
+  }
+}
+
+TEST(Sha256, KnownDigests) {
+  const struct {
+    std::string text;
+    const char* digest;
+  } kCases[] = {
+      {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+      {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+      {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
+       "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1"},
+      {std::string(1'000'000, 'a'),
+       "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
+  };
+  for (const auto& test : kCases) {
+    for (const std::size_t piece : {std::size_t{63}, std::size_t{64}, std::size_t{1} << 20}) {
+      Sha256 sha256;
+      std::span<const std::byte> rest = std::as_bytes(std::span(test.text));
+      while (!rest.empty()) {
+        sha256.Update(rest.first(std::min(piece, rest.size())));
+        rest = rest.subspan(std::min(piece, rest.size()));
+      }
+      EXPECT_EQ(sha256.FinishHex(), test.digest) << test.text.size() << " bytes by " << piece;
+    }
+  }
+}
+
+TEST(Texts, PercentDecode) {
+  EXPECT_EQ(PercentDecode("a%20b%2F%c3%A9"), "a b/\xC3\xA9");
+  EXPECT_EQ(PercentDecode("%%41%4%zz%"), "%A%4%zz%");
+}
+
+TEST(Texts, Utf8) {
+  for (const char* text :
+       {"", "a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80", "\xED\x9F\xBF\xF4\x8F\xBF\xBF"}) {
+    EXPECT_TRUE(IsUtf8(text)) << text;
+  }
+  for (const char* text : {"\x80", "\xC0\xAF", "\xC3", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xE4\xB8",
+                           "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xFF", "\xE4\xB8\x41"}) {
+    EXPECT_FALSE(IsUtf8(text)) << text;
+  }
+  EXPECT_EQ(CutText("ab\xF0\x9F\x98\x80", 5), "ab");
+  EXPECT_EQ(CutText("ab\xF0\x9F\x98\x80", 6), "ab\xF0\x9F\x98\x80");
+  EXPECT_EQ(CutText("\x80\x80\x80\x80\x80\x80", 5).size(), 2u);
+}
+
+TEST(Texts, Times) {
+  const auto text = [](std::int64_t ms) {
+    return FormatUtc(UtcTime(std::chrono::milliseconds(ms)));
+  };
+  EXPECT_EQ(text(0), "1970-01-01T00:00:00.000Z");
+  EXPECT_EQ(text(-1), "1969-12-31T23:59:59.999Z");
+  EXPECT_EQ(text(1709209800250), "2024-02-29T12:30:00.250Z");
+  EXPECT_EQ(text(INT64_MAX), std::nullopt);
+  EXPECT_EQ(text(INT64_MIN), std::nullopt);
+}
+
+}  // namespace
+}  // namespace TAVU::collector
