@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 
 constexpr std::string_view kTcp = "tcp";
 
-// After an accept that failed for want of something, there is no use in trying again at once.
+// When accepting fails for want of something, there is no use in trying again at once.
 constexpr auto kAcceptPause = 100ms;
 
 // How long a peer may take to close after its last reply. Closing first, with bytes of the peer
@@ -208,7 +208,7 @@ void TcpServer::Accept() {
   acceptor_.async_accept([this](const std::error_code& error, asio::ip::tcp::socket socket) {
     if (stopping_) return;
     if (error) return RecoverFrom(error);
-    accept_fails_ = false;
+    failed_accepts_ = 0;
     Accept();  // first, so that whatever becomes of this peer does not keep the next ones out
     std::error_code gone;
     const asio::ip::tcp::endpoint peer = socket.remote_endpoint(gone);
@@ -218,9 +218,11 @@ void TcpServer::Accept() {
 }
 
 void TcpServer::RecoverFrom(const std::error_code& error) {
-  if (!std::exchange(accept_fails_, true)) {
-    Explain("connections have to wait: " + error.message());
-  }
+  // One failure may be that of a peer which reset its connection early. More of them in a row are
+  // ours: the system has no more descriptors or memory to give.
+  ++failed_accepts_;
+  if (failed_accepts_ == 1) return Accept();
+  if (failed_accepts_ == 2) Explain("connections have to wait: " + error.message());
   retry_.expires_after(kAcceptPause);
   retry_.async_wait([this](const std::error_code& cancelled) {
     if (!cancelled && !stopping_) Accept();

@@ -48,7 +48,7 @@ class TcpServer {
   const TcpSettings settings_;
   std::unordered_set<Session*> sessions_;  // each removes itself
   bool stopping_ = false;
-  bool accept_fails_ = false;  // as explained already
+  std::size_t failed_accepts_ = 0;  // in a row
 };
 
 }  // namespace TAVU::collector

@@ -368,8 +368,8 @@ class CollectorTest(unittest.TestCase):
             bystander.sendall(whole[50:])
             self.assertEqual(read_reply(bystander), SUCCESS)
             self.assertEqual(collector.line()["message"], "m")
-        self.assertTrue(collector.explanations.empty())
-        self.assertTrue(collector.lines.empty())
+        self.assertEqual(list(collector.explanations.queue), [])
+        self.assertEqual(list(collector.lines.queue), [])
 
     def test_limits(self):
         request = log_line("x" * 5000)
@@ -391,7 +391,7 @@ class CollectorTest(unittest.TestCase):
             for peer in peers:
                 peer.close()
             self.assertEqual(collector.send(request), SUCCESS)
-        self.assertTrue(collector.explanations.empty())
+        self.assertEqual(list(collector.explanations.queue), [])
 
     def test_fault_answers(self):
         for argument, code, message in (("7:no", 7, "no"), ("-2147483648", -2147483648, ""),
@@ -421,7 +421,7 @@ class CollectorTest(unittest.TestCase):
             self.assertEqual(collector.process.wait(PATIENCE), 0)
         self.assertEqual([json.loads(collector.lines.get())["message"] for _ in range(2)],
                          ["second", "third"])
-        self.assertTrue(collector.lines.empty())
+        self.assertEqual(list(collector.lines.queue), [])
 
     def test_interrupt_ends_it(self):
         with Collector() as collector, collector.connect() as idle:
@@ -562,7 +562,7 @@ class LinuxTest(unittest.TestCase):
                 peer.close()
             messages = [int(collector.line()["message"]) for _ in range(count)]
             self.assertEqual(sorted(messages), list(range(count)))
-        self.assertTrue(collector.explanations.empty())
+        self.assertEqual(list(collector.explanations.queue), [])
 
     def test_more_peers_than_the_system_allows(self):
         def few():
