@@ -9,6 +9,9 @@ if(TAVU_SANITIZE)
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${TAVU_SANITIZE})
 endif()
+if(TAVU_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link)  # coverage, which guides the fuzzers
+endif()
 if(WIN32)
   # Sections are kept apart so that the linker can drop what nobody calls. The frame pointer stays:
   # the call stack of a crash document follows its chain. -gcodeview only says in which form: without
