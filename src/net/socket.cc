@@ -116,6 +116,19 @@ ScopedSocket Open(int type, const char* host, std::uint16_t port, Connector conn
   return socket;
 }
 
+// Start-up and clean-up one at a time. Windows counts them safely by itself, but under Wine a clean-up
+// that is the last one forgets the sockets that another thread makes meanwhile.
+class StartupGuard {
+ public:
+  StartupGuard() noexcept { ::AcquireSRWLockExclusive(&lock_); }
+  StartupGuard(const StartupGuard&) = delete;
+  StartupGuard& operator=(const StartupGuard&) = delete;
+  ~StartupGuard() { ::ReleaseSRWLockExclusive(&lock_); }
+
+ private:
+  static constinit inline SRWLOCK lock_ = SRWLOCK_INIT;
+};
+
 // These say that there is no socket to work on at all.
 bool MeansNoSocket(std::uint32_t error) noexcept {
   return error == WSAENOTSOCK || error == WSANOTINITIALISED;
@@ -124,6 +137,7 @@ bool MeansNoSocket(std::uint32_t error) noexcept {
 }  // namespace
 
 WinSock::WinSock() noexcept {
+  const StartupGuard guard;
   WSADATA data = {};
   started_ = ::WSAStartup(kWinSockVersion, &data) == 0;
   if (started_ && data.wVersion != kWinSockVersion) {
@@ -133,6 +147,7 @@ WinSock::WinSock() noexcept {
 }
 
 WinSock::~WinSock() {
+  const StartupGuard guard;
   // Only what was started: the clean-ups are counted, and one too many would be the host's.
   if (started_) ::WSACleanup();
 }
