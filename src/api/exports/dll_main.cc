@@ -4,6 +4,12 @@
 
 #include "api/frame/last_error.h"
 
+namespace __gnu_cxx {
+// Gives back the memory that the C++ library keeps for throwing when there is no other left. Nobody
+// else would when the library is unloaded, and a host may load and unload it again and again.
+void __freeres();
+}  // namespace __gnu_cxx
+
 BOOL WINAPI DllMain(HINSTANCE /*module*/, DWORD reason, LPVOID reserved) {
   using TAVU::api::LastErrorSlot;
   switch (reason) {
@@ -19,7 +25,9 @@ BOOL WINAPI DllMain(HINSTANCE /*module*/, DWORD reason, LPVOID reserved) {
       // When the whole process ends (`reserved` is set), its other threads are gone already and may
       // have left locks held, the heap's included. Nothing is freed then that the system frees
       // anyway.
-      if (reserved == nullptr) LastErrorSlot::DetachProcess();
+      if (reserved != nullptr) break;
+      LastErrorSlot::DetachProcess();
+      __gnu_cxx::__freeres();
       break;
     default:
       break;

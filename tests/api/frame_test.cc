@@ -1,0 +1,76 @@
+// The parts of the frame that a host sees only through others.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <new>
+#include <stdexcept>
+
+#include "api/frame/export_frame.h"
+#include "api/frame/instance_registry.h"
+#include "api/frame/text_conversion.h"
+#include "lumo/allocator.h"
+#include "support/vectors.h"
+
+namespace TAVU::api {
+namespace {
+
+TEST(PercentEncode, MatchesTheReference) {
+  const test::Json cases = test::LoadVectors("texts.json")["percent_encode"];
+  ASSERT_FALSE(cases.empty());
+  for (const auto& c : cases) {
+    EXPECT_EQ(PercentEncode(test::TextOf(c["text"])), c["encoded"].get<std::string>());
+  }
+}
+
+TEST(InstanceRegistry, SpreadsHandlesAsTheReference) {
+  const test::Json cases = test::LoadVectors("hashes.json")["handles"];
+  ASSERT_FALSE(cases.empty());
+  for (const auto& c : cases) {
+    const Handle handle = std::stoull(c["handle"].get<std::string>(), nullptr, 16);
+    EXPECT_EQ(InstanceRegistry::BucketOf(handle), c["bucket"].get<std::size_t>()) << c;
+  }
+}
+
+TEST(Conversions, ReachUtf8FromBothForms) {
+  const struct {
+    const char* ansi;  // code page 1252
+    const wchar_t* wide;
+    const char* raw;
+    const char* encoded;
+  } kCases[] = {
+      {"", L"", "", ""},
+      {"\xE9", L"\u00e9", "\xC3\xA9", "%C3%A9"},
+      {"5 \x80~", L"5 \u20ac~", "5 \xE2\x82\xAC~", "5%20%E2%82%AC%7E"},
+  };
+  for (const auto& c : kCases) {
+    std::string text = "before";
+    EXPECT_TRUE(AnsiToUtf8(c.ansi, text, TextForm::kRaw));
+    EXPECT_EQ(text, c.raw);
+    EXPECT_TRUE(AnsiToUtf8(c.ansi, text, TextForm::kPercentEncoded));
+    EXPECT_EQ(text, c.encoded);
+    EXPECT_TRUE(WideToUtf8(c.wide, text, TextForm::kRaw));
+    EXPECT_EQ(text, c.raw);
+    EXPECT_TRUE(WideToAnsi(c.wide, text));
+    EXPECT_EQ(text, c.ansi);
+  }
+  std::string text;
+  EXPECT_TRUE(WideToUtf8(L"\xD83D\xDE00", text, TextForm::kPercentEncoded));
+  EXPECT_EQ(text, "%F0%9F%98%80");
+}
+
+TEST(RunExport, LetsNoExceptionOut) {
+  const auto throwing = [](auto exception) {
+    return [exception](const ApiLock::Guard&) -> bool { throw exception; };
+  };
+  ASSERT_TRUE(LastErrorSlot::AttachProcess());  // nobody else does in this program
+  EXPECT_FALSE(RunExport(throwing(std::bad_alloc())));
+  EXPECT_EQ(GetLastErrorCode(), static_cast<std::uint32_t>(TAVU_ERROR_INVALID_ARGUMENT));
+  EXPECT_FALSE(RunExport(ErrorCode::kCallFailed, throwing(lumo::BadAllocation())));
+  EXPECT_EQ(GetLastErrorCode(), static_cast<std::uint32_t>(TAVU_ERROR_CALL_FAILED));
+  EXPECT_FALSE(RunExport(throwing(std::logic_error("gone"))));
+  EXPECT_EQ(GetLastErrorCode(), static_cast<std::uint32_t>(TAVU_ERROR_INVALID_HANDLE));
+  EXPECT_TRUE(RunExport([](const ApiLock::Guard&) { return true; })) << "the lock is free again";
+}
+
+}  // namespace
+}  // namespace TAVU::api

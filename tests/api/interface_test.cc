@@ -1,0 +1,318 @@
+// The settings and the errors of the library, seen as a host sees them: through the public header
+// and the import library, nothing else.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "support/windows_thread.h"
+#include "tavu/tavu.h"
+
+namespace {
+
+class Instance {
+ public:
+  Instance() : handle_(TAVU_CreateA("game", "1.0", "Game")) {}
+  ~Instance() { TAVU_Destroy(handle_); }
+  Instance(const Instance&) = delete;
+  Instance& operator=(const Instance&) = delete;
+  operator TAVU_HANDLE() const { return handle_; }  // NOLINT(google-explicit-constructor)
+
+ private:
+  TAVU_HANDLE handle_;
+};
+
+TAVU_HANDLE NeverIssuedHandle() {
+  return reinterpret_cast<TAVU_HANDLE>(0x123450);
+}
+
+// Leaves a code that no test expects, so that "left untouched" shows.
+void ForgetError() {
+  TAVU_SetTimeout(nullptr, 1);
+}
+constexpr uint32_t kForgotten = TAVU_ERROR_INVALID_HANDLE;
+
+std::wstring Widened(const char* text) {
+  return {text, text + strlen(text)};
+}
+
+TEST(Create, ChecksInItsOrder) {
+  const struct {
+    const char* id;
+    const char* version;
+    const char* name;
+    uint32_t code;  // 0: succeeds
+  } kCases[] = {
+      {"game", "1.0", "Game", 0},
+      {"game", "2011a", "Game", 0},
+      {"game", "Z", "Game", 0},
+      {"game", "1..2.", "Game", 0},
+      {nullptr, ".1", nullptr, TAVU_ERROR_INVALID_ARGUMENT},  // the identity before the version
+      {"", "1.0", "Game", TAVU_ERROR_INVALID_ARGUMENT},
+      {"game", ".1", nullptr, TAVU_ERROR_BAD_VERSION},  // the version before the name
+      {"game", nullptr, "Game", TAVU_ERROR_BAD_VERSION},
+      {"game", "", "Game", TAVU_ERROR_BAD_VERSION},
+      {"game", "1-0", "Game", TAVU_ERROR_BAD_VERSION},
+      {"game", "1 0", "Game", TAVU_ERROR_BAD_VERSION},
+      {"game", "1_", "Game", TAVU_ERROR_BAD_VERSION},
+      {"game", "\xE9", "Game", TAVU_ERROR_BAD_VERSION},   // a letter in many a locale
+      {"game", "1\xB2", "Game", TAVU_ERROR_BAD_VERSION},  // a superscript digit
+      {"game", "1.0", nullptr, TAVU_ERROR_INVALID_ARGUMENT},
+      {"game", "1.0", "", TAVU_ERROR_INVALID_ARGUMENT},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.version != nullptr ? c.version : "null");
+    for (const bool wide : {false, true}) {
+      const auto text = [](const char* narrow) {
+        return narrow ? Widened(narrow) : std::wstring();
+      };
+      const std::wstring id = text(c.id), version = text(c.version), name = text(c.name);
+      ForgetError();
+      TAVU_HANDLE handle = wide ? TAVU_CreateW(c.id ? id.c_str() : nullptr,  //
+                                               c.version ? version.c_str() : nullptr,
+                                               c.name ? name.c_str() : nullptr)
+                                : TAVU_CreateA(c.id, c.version, c.name);
+      EXPECT_EQ(handle != nullptr, c.code == 0);
+      EXPECT_EQ(TAVU_GetLastError(), c.code == 0 ? kForgotten : c.code);
+      if (handle != nullptr) EXPECT_TRUE(TAVU_Destroy(handle));
+    }
+  }
+  // 16-bit units whose low byte is a letter or a full stop are neither.
+  EXPECT_EQ(TAVU_CreateW(L"game", L"\x0141", L"Game"), nullptr);
+  EXPECT_EQ(TAVU_CreateW(L"game", L"1\x012E", L"Game"), nullptr);
+  EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_BAD_VERSION));
+}
+
+char narrow[64];
+wchar_t wide[64];
+uint16_t port;
+
+struct Call {
+  const char* name;
+  bool (*run)(TAVU_HANDLE);
+};
+#define CALL(...)                                           \
+  Call {                                                    \
+#__VA_ARGS__, [](TAVU_HANDLE h) { return __VA_ARGS__; } \
+  }
+
+TEST(Arguments, AreCheckedBeforeTheHandle) {
+  const Call kCalls[] = {
+      CALL(TAVU_SetReportServerA(h, nullptr, 80)),
+      CALL(TAVU_SetReportServerW(h, nullptr, 80)),
+      CALL(TAVU_SetReportServerA(h, "", 80)),
+      CALL(TAVU_SetReportServerW(h, L"", 80)),
+      CALL(TAVU_SetReportServerA(h, "10.9.9.9", 0)),
+      CALL(TAVU_SetReportServerW(h, L"10.9.9.9", 0)),
+      CALL(TAVU_GetReportServerA(h, nullptr, narrow, 64)),
+      CALL(TAVU_GetReportServerW(h, nullptr, wide, 64)),
+      CALL(TAVU_GetReportServerA(h, &port, nullptr, 64)),
+      CALL(TAVU_GetReportServerW(h, &port, nullptr, 64)),
+      CALL(TAVU_GetReportServerA(h, &port, narrow, 0)),
+      CALL(TAVU_GetReportServerW(h, &port, wide, 0)),
+      CALL(TAVU_GetReportServerA(h, &port, narrow, -1)),
+      CALL(TAVU_GetReportServerW(h, &port, wide, INT32_MIN)),
+      CALL(TAVU_SetUserIDA(h, nullptr)),
+      CALL(TAVU_SetUserIDW(h, nullptr)),
+      CALL(TAVU_SetUserIDA(h, "")),
+      CALL(TAVU_SetUserIDW(h, L"")),
+      CALL(TAVU_GetUserIDA(h, nullptr, 64)),
+      CALL(TAVU_GetUserIDW(h, nullptr, 64)),
+      CALL(TAVU_GetUserIDA(h, narrow, 0)),
+      CALL(TAVU_GetUserIDW(h, wide, 0)),
+      CALL(TAVU_SetTimeout(h, 0)),
+      CALL(TAVU_SetTimeout(h, -5)),
+      CALL(TAVU_SetAppRestartA(h, true, nullptr)),
+      CALL(TAVU_SetAppRestartW(h, true, nullptr)),
+      CALL(TAVU_SetAppRestartA(h, true, "")),
+      CALL(TAVU_SetAppRestartW(h, true, L"")),
+  };
+  const Instance instance;
+  ASSERT_TRUE(TAVU_SetReportServerA(instance, "10.0.0.1", 8080));
+  ASSERT_TRUE(TAVU_SetUserIDA(instance, "kim"));
+  for (const Call& call : kCalls) {
+    for (TAVU_HANDLE handle : {TAVU_HANDLE{instance}, TAVU_HANDLE{nullptr}}) {
+      ForgetError();
+      EXPECT_FALSE(call.run(handle)) << call.name;
+      EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_INVALID_ARGUMENT))
+          << call.name << (handle ? "" : ", without an instance");
+    }
+  }
+  // None of the failures changed a setting.
+  EXPECT_TRUE(TAVU_GetReportServerA(instance, &port, narrow, 64));
+  EXPECT_STREQ(narrow, "10.0.0.1");
+  EXPECT_EQ(port, 8080);
+  EXPECT_TRUE(TAVU_GetUserIDW(instance, wide, 64));
+  EXPECT_STREQ(wide, L"kim");
+}
+
+TEST(Handles, AreCheckedByEveryExport) {
+  // In this order each succeeds on a fresh instance; the last one gives it up.
+  const Call kCalls[] = {
+      CALL(TAVU_SetReportServerA(h, "10.0.0.1", 80)),
+      CALL(TAVU_SetReportServerW(h, L"10.0.0.1", 65535)),
+      CALL(TAVU_GetReportServerA(h, &port, narrow, 64)),
+      CALL(TAVU_GetReportServerW(h, &port, wide, 64)),
+      CALL(TAVU_SetUserIDA(h, "kim")),
+      CALL(TAVU_SetUserIDW(h, L"kim")),
+      CALL(TAVU_GetUserIDA(h, narrow, 64)),
+      CALL(TAVU_GetUserIDW(h, wide, UINT32_MAX)),
+      CALL(TAVU_SetTimeout(h, 1)),
+      CALL(TAVU_SetAutoReport(h, true)),
+      CALL(TAVU_DeleteLocalDumpFile(h, false)),
+      CALL(TAVU_SetReporterLanguage(h, UINT32_MAX)),
+      CALL(TAVU_SetAppRestartA(h, false, nullptr)),
+      CALL(TAVU_SetAppRestartW(h, false, nullptr)),
+      CALL(TAVU_SetAppRestartA(h, true, "game.exe -again")),
+      CALL(TAVU_SetAppRestartW(h, true, L"game.exe -again")),
+      CALL(TAVU_SetCustumCrashReporterPathA(h, nullptr)),
+      CALL(TAVU_SetCustumCrashReporterPathW(h, nullptr)),
+      CALL(TAVU_SetCustumInfoCallbackA(h, nullptr)),
+      CALL(TAVU_SetCustumInfoCallbackW(h, nullptr)),
+      CALL(TAVU_UpdateAdditionalCrashInfoA(h, nullptr)),
+      CALL(TAVU_UpdateAdditionalCrashInfoW(h, std::wstring(5000, L'x').c_str())),
+      CALL(TAVU_UpdateAdditionalCrashInfoA(h, std::string(5000, 'x').c_str())),
+      CALL(TAVU_StartCrashHandler(h)),
+      CALL(TAVU_StopCrashHandler(h)),
+      CALL(TAVU_Destroy(h)),
+  };
+  TAVU_HANDLE fresh = TAVU_CreateW(L"game", L"1.0", L"Game");
+  const TAVU_HANDLE other = TAVU_CreateW(L"game", L"1.0", L"Game");  // the same identity again
+  EXPECT_NE(fresh, other);
+  EXPECT_TRUE(TAVU_Destroy(other));
+  for (const Call& call : kCalls) {
+    for (TAVU_HANDLE handle : {TAVU_HANDLE{nullptr}, NeverIssuedHandle(), other}) {
+      TAVU_SetTimeout(fresh, 0);  // leaves another code
+      EXPECT_FALSE(call.run(handle)) << call.name;
+      EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_INVALID_HANDLE)) << call.name;
+    }
+    EXPECT_TRUE(call.run(fresh)) << call.name;
+  }
+  EXPECT_FALSE(TAVU_Destroy(fresh)) << "a second time";
+}
+
+TEST(ReportServer, ComesBackInBothForms) {
+  const Instance instance;
+  EXPECT_FALSE(TAVU_GetReportServerA(instance, &port, narrow, 64));
+  EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_NO_SERVER));
+  EXPECT_FALSE(TAVU_GetReportServerW(instance, &port, wide, 1));  // the server before the capacity
+  EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_NO_SERVER));
+
+  ASSERT_TRUE(TAVU_SetReportServerW(instance, L"h\u00f4te.fr", 65535));  // 7 characters
+  const struct {
+    int32_t capacity;
+    const char* narrow;  // null: refused
+    const wchar_t* wide;
+  } kCases[] = {
+      {6, nullptr, nullptr},
+      {7, "h\xF4te.f", L""},  // the copies differ where the terminator finds no room
+      {8, "h\xF4te.fr", L"h\u00f4te.fr"},
+      {64, "h\xF4te.fr", L"h\u00f4te.fr"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.capacity);
+    strcpy(narrow, "before");
+    wcscpy(wide, L"before");
+    port = 1;
+    ForgetError();
+    EXPECT_EQ(TAVU_GetReportServerA(instance, &port, narrow, c.capacity), c.narrow != nullptr);
+    EXPECT_STREQ(narrow, c.narrow != nullptr ? c.narrow : "before");
+    EXPECT_EQ(port, c.narrow != nullptr ? 65535 : 1);
+    port = 1;
+    EXPECT_EQ(TAVU_GetReportServerW(instance, &port, wide, c.capacity), c.wide != nullptr);
+    EXPECT_STREQ(wide, c.wide != nullptr ? c.wide : L"before");
+    EXPECT_EQ(port, c.wide != nullptr ? 65535 : 1);
+    EXPECT_EQ(TAVU_GetLastError(), c.narrow != nullptr
+                                       ? kForgotten
+                                       : static_cast<uint32_t>(TAVU_ERROR_INVALID_ARGUMENT));
+  }
+}
+
+TEST(UserId, ComesBackInBothForms) {
+  const Instance instance;
+  for (const uint32_t capacity : {1u, 64u}) {  // the identifier before the capacity
+    EXPECT_FALSE(TAVU_GetUserIDW(instance, wide, capacity));
+    EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_NO_USER_ID));
+    EXPECT_FALSE(TAVU_GetUserIDA(instance, narrow, capacity));
+    EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_NO_USER_ID));
+  }
+  ASSERT_TRUE(TAVU_SetUserIDA(instance, "Zo\xEB \x80"));  // in code page 1252: e diaeresis, euro
+  const struct {
+    uint32_t capacity;
+    const char* narrow;  // null: refused
+    const wchar_t* wide;
+  } kCases[] = {
+      {4, nullptr, nullptr},
+      {5, "Zo\xEB ", L"Zo\u00eb "},  // cut, and still a success
+      {6, "Zo\xEB \x80", L"Zo\u00eb \u20ac"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.capacity);
+    strcpy(narrow, "before");
+    wcscpy(wide, L"before");
+    EXPECT_EQ(TAVU_GetUserIDA(instance, narrow, c.capacity), c.narrow != nullptr);
+    EXPECT_STREQ(narrow, c.narrow != nullptr ? c.narrow : "before");
+    EXPECT_EQ(TAVU_GetUserIDW(instance, wide, c.capacity), c.wide != nullptr);
+    EXPECT_STREQ(wide, c.wide != nullptr ? c.wide : L"before");
+  }
+  // Kept as UTF-16: what the code page does not know is lost in the 8-bit getter only.
+  ASSERT_TRUE(TAVU_SetUserIDW(instance, L"\u5f20 \xD83D\xDE00"));
+  EXPECT_TRUE(TAVU_GetUserIDW(instance, wide, 64));
+  EXPECT_STREQ(wide, L"\u5f20 \xD83D\xDE00");
+  EXPECT_TRUE(TAVU_GetUserIDA(instance, narrow, 64));
+  EXPECT_EQ(narrow[0], '?');
+}
+
+TEST(LastError, BelongsToItsThreadAndSurvivesSuccess) {
+  const Instance instance;
+  EXPECT_FALSE(TAVU_SetTimeout(instance, 0));
+  EXPECT_TRUE(TAVU_SetTimeout(instance, 1));
+  EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_INVALID_ARGUMENT));
+  TAVU::test::Thread([] {
+    EXPECT_EQ(TAVU_GetLastError(), 0u);
+    TAVU_Destroy(nullptr);
+    EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_INVALID_HANDLE));
+  }).Join();
+  SetLastError(1234);  // the system's own
+  EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_INVALID_ARGUMENT));
+  EXPECT_EQ(GetLastError(), 1234u);
+}
+
+// The record outlives its destruction, once, when the start fails for want of the host's paths.
+TEST(Pins, StayAfterAFailedStart) {
+  TAVU_HANDLE handle = TAVU_CreateA("game", "1.0", "Game");
+  wchar_t saved[MAX_PATH] = {};
+  GetEnvironmentVariableW(L"TMP", saved, MAX_PATH);
+  SetEnvironmentVariableW(L"TMP", std::wstring(400, L'x').c_str());  // no temporary folder
+  EXPECT_FALSE(TAVU_StartCrashHandler(handle));
+  EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_MODULE_PATH));
+  SetEnvironmentVariableW(L"TMP", saved);
+  EXPECT_TRUE(TAVU_Destroy(handle));
+  EXPECT_TRUE(TAVU_SetTimeout(handle, 5)) << "still there";
+  EXPECT_TRUE(TAVU_Destroy(handle));
+  EXPECT_FALSE(TAVU_Destroy(handle));
+}
+
+TEST(Threads, MakeAndGiveUpInstancesAtOnce) {
+  std::atomic<int> failures = 0;
+  std::unique_ptr<TAVU::test::Thread> threads[4];
+  for (auto& thread : threads) {
+    thread = std::make_unique<TAVU::test::Thread>([&failures] {
+      for (int round = 0; round < 500; ++round) {
+        TAVU_HANDLE first = TAVU_CreateA("game", "1.0", "Game");
+        TAVU_HANDLE second = TAVU_CreateA("game", "1.0", "Game");
+        const std::string user = std::to_string(GetCurrentThreadId());
+        char read[16] = {};
+        const bool all = TAVU_SetUserIDA(first, user.c_str()) && TAVU_Destroy(second) &&
+                         TAVU_GetUserIDA(first, read, 16) && read == user && TAVU_Destroy(first);
+        if (!all) ++failures;
+      }
+    });
+  }
+  for (auto& thread : threads) thread->Join();
+  EXPECT_EQ(failures, 0);
+}
+
+}  // namespace
