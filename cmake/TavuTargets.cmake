@@ -4,6 +4,10 @@ add_library(tavu_options INTERFACE)
 target_compile_options(tavu_options INTERFACE
   -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
   -Wold-style-cast -Wimplicit-fallthrough -Wextra-semi -Werror)
+if(WIN32)
+  # The DLL goes into other people's processes and downloads: small before fast.
+  target_compile_options(tavu_options INTERFACE $<$<CONFIG:Release>:-Os>)
+endif()
 if(TAVU_SANITIZE)
   add_compile_options(-fsanitize=${TAVU_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
