@@ -4,7 +4,7 @@
 
 namespace TAVU::delivery {
 
-ClientHolder::ClientHolder() : client_(QTC::CreateQtcClient()) {
+ClientHolder::ClientHolder() : client_(QTC::CreateQtcClient().release()) {
   if (client_ == nullptr) throw lumo::BadAllocation();
 }
 

@@ -21,7 +21,10 @@ class ClientHolder {
   friend class lumo::Singleton<ClientHolder>;
   ClientHolder();
 
-  QTC::QtcClientPtr client_;
+  // Never released: the holder is destroyed while the library is being unloaded, and Windows
+  // forbids the WinSock clean-up of a client there. What stays behind is one small object without a
+  // socket.
+  QTC::IQtcClient* client_;
 };
 
 }  // namespace TAVU::delivery

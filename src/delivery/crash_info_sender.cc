@@ -24,11 +24,11 @@ SendResult SendCrashInfo(const api::ApiLock::Guard& held, api::InstanceRecord& i
   PutText(record, RecordKey::kRecordKind, record_kind::kUpload);
   PutText(record, RecordKey::kDescription, upload.description);
 
-  const auto document = ReadWholeFile(upload.documentPath, files);
+  const auto document = ReadWholeFile(upload.documentPath.c_str(), files);
   if (!document) return SendResult::kFileUnreadable;
   PutText(record, RecordKey::kDocument, AsText(*document));
 
-  const auto dump = ReadWholeFile(upload.dumpPath, files);
+  const auto dump = ReadWholeFile(upload.dumpPath.c_str(), files);
   if (!dump) return SendResult::kFileUnreadable;
   PutField(record, RecordKey::kContent, lumo::Value::BorrowBinary(*dump));
 

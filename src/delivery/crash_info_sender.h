@@ -8,10 +8,10 @@
 namespace TAVU::delivery {
 
 struct CrashUpload {
-  std::string message;          // UTF-8, percent-encoded
-  std::string description;      // UTF-8 as it is
-  const wchar_t* documentPath;  // zero-terminated
-  const wchar_t* dumpPath;      // zero-terminated
+  std::string message;      // UTF-8, percent-encoded
+  std::string description;  // UTF-8 as it is
+  std::wstring documentPath;
+  std::wstring dumpPath;
 };
 
 // Both files are read, each into memory once, before a connection is tried: a missing one costs no
