@@ -1,0 +1,130 @@
+// What the senders of an instance refuse, in which order, with which code, and what they leave.
+#include <gtest/gtest.h>
+
+#include "delivery/host.h"
+#include "support/scripted_server.h"
+
+namespace TAVU::test {
+namespace {
+
+const wchar_t* Wide(const char* text) {
+  return !text ? nullptr : *text ? L"text" : L"";
+}
+
+enum class Kind { kTcp, kUdp, kUpload };
+using Handle = TAVU_HANDLE;
+using Text = const char*;
+
+struct {
+  Text name;
+  Kind kind;
+  bool keeps_pin;  // on an instance without a report server
+  bool (*send)(Handle to, int level, Text type, Text message);
+} const kExports[] = {
+    {"TCPA", Kind::kTcp, false,
+     [](Handle to, int n, Text t, Text m) { return TAVU_SendLog_TCPA(to, n, t, nullptr, m); }},
+    {"TCPW", Kind::kTcp, true,
+     [](Handle to, int n, Text t, Text m) {
+       return TAVU_SendLog_TCPW(to, n, Wide(t), nullptr, Wide(m));
+     }},
+    {"UDPA", Kind::kUdp, false,
+     [](Handle to, int n, Text t, Text m) { return TAVU_SendLog_UDPA(to, n, t, nullptr, m); }},
+    {"UDPW", Kind::kUdp, false,
+     [](Handle to, int n, Text t, Text m) {
+       return TAVU_SendLog_UDPW(to, n, Wide(t), nullptr, Wide(m));
+     }},
+    {"FileA", Kind::kUpload, false,
+     [](Handle to, int, Text, Text m) { return TAVU_SendFileA(to, 1, "x", "", m); }},
+    {"FileW", Kind::kUpload, false,
+     [](Handle to, int, Text, Text m) { return TAVU_SendFileW(to, 1, "x", L"", Wide(m)); }},
+    {"CrashInfo", Kind::kUpload, true,
+     [](Handle to, int, Text, Text m) { return TAVU_SendCrashInfo(to, m, "", "", ""); }},
+    {"CrashInfoW", Kind::kUpload, true,
+     [](Handle to, int, Text, Text m) { return TAVU_SendCrashInfoW(to, Wide(m), L"", L"", L""); }},
+};
+
+void ExpectFailure(bool result, std::uint32_t code) {
+  EXPECT_FALSE(result);
+  EXPECT_EQ(TAVU_GetLastError(), code);
+  static_cast<void>(TAVU_SetTimeout(nullptr, 1));  // leaves another code
+}
+
+TEST(Refusals, ComeInTheOrderOfTheChecks) {
+  for (const auto& each : kExports) {
+    SCOPED_TRACE(each.name);
+    const Handle instance = TAVU_CreateA("game", "1.0.3", "Game");
+    const struct {
+      int level;
+      Text type;
+      Text message;
+    } bad[] = {{3, nullptr, "m"}, {3, "", "m"},  {3, "t", nullptr},     {3, "t", ""},
+               {-1, "t", "m"},    {8, "t", "m"}, {INT32_MIN, "t", "m"}, {INT32_MAX, "t", "m"}};
+    for (const auto& [level, type, message] : bad) {
+      if (each.kind == Kind::kUpload) break;
+      ExpectFailure(each.send(nullptr, level, type, message), TAVU_ERROR_INVALID_ARGUMENT);
+      ExpectFailure(each.send(instance, level, type, message), TAVU_ERROR_INVALID_ARGUMENT);
+    }
+    ExpectFailure(each.send(nullptr, 0, "t", "m"), TAVU_ERROR_INVALID_HANDLE);
+    ExpectFailure(each.send(instance, 0, "t", "m"), TAVU_ERROR_NO_SERVER);
+    ExpectFailure(each.send(instance, 7, "t", "m"), TAVU_ERROR_NO_SERVER);
+    // The handle goes away with its last pin.
+    EXPECT_TRUE(TAVU_Destroy(instance));
+    for (int pins = each.keeps_pin ? 2 : 0; pins > 0; --pins) EXPECT_TRUE(TAVU_Destroy(instance));
+    ExpectFailure(each.send(instance, 0, "t", "m"), TAVU_ERROR_INVALID_HANDLE);
+  }
+}
+
+TEST(Network, FailuresAreToldApartAndLeaveTheClientUsable) {
+  ScriptedServer server;
+  const RefusingPort refusing;
+  const HangingPort hanging;
+  const Instance instance(server.port());
+  const Instance unknown(server.port(), "256.256.256.256");
+  EXPECT_TRUE(TAVU_SetTimeout(instance, 150));
+  const Script faults[] = {{Act::kSilence}, {Act::kClose}, {Act::kReset}, {.reply = FaultReply()}};
+  for (const auto& each : kExports) {
+    SCOPED_TRACE(each.name);
+    if (each.keeps_pin && each.kind == Kind::kUpload) continue;  // its files come first: see below
+    EXPECT_TRUE(TAVU_SetReportServerA(instance, "127.0.0.1", refusing.port()));
+    ExpectFailure(each.send(unknown, 0, "t", "m"), TAVU_ERROR_CONNECT_FAILED);
+    if (each.kind == Kind::kUdp) {
+      EXPECT_TRUE(each.send(instance, 0, "t", "m"));  // nobody listens, nobody tells
+      continue;
+    }
+    ExpectFailure(each.send(instance, 0, "t", "m"), TAVU_ERROR_CONNECT_FAILED);
+    EXPECT_TRUE(TAVU_SetReportServerA(instance, "127.0.0.1", hanging.port()));
+    if (hanging.Hangs()) ExpectFailure(each.send(instance, 0, "t", "m"), TAVU_ERROR_CONNECT_FAILED);
+    EXPECT_TRUE(TAVU_SetReportServerA(instance, "127.0.0.1", server.port()));
+    for (const Script& fault : faults) {
+      server.Next(fault);
+      ExpectFailure(each.send(instance, 0, "t", "m"), TAVU_ERROR_CALL_FAILED);
+      EXPECT_TRUE(each.send(instance, 0, "t", "m"));
+    }
+  }
+}
+
+TEST(Files, ThatCannotBeReadCostNoConnection) {
+  ScriptedServer server;
+  const Instance instance(server.port());
+  const TempFile good({std::byte{1}});
+  const TempFile locked({std::byte{1}});
+  const HANDLE lock =
+      ::CreateFileW(locked.path().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  const std::wstring folder = good.path().substr(0, good.path().rfind(L'\\'));
+  const auto send = [&](const std::wstring& document, const std::wstring& dump) {
+    return TAVU_SendCrashInfoW(instance, L"m", L"d", document.c_str(), dump.c_str());
+  };
+  for (const std::wstring& bad : {good.path() + L".missing", locked.path(), folder}) {
+    ExpectFailure(send(bad, good.path()), TAVU_ERROR_FILE_READ);
+    ExpectFailure(send(good.path(), bad), TAVU_ERROR_FILE_READ);
+  }
+  ExpectFailure(TAVU_SendCrashInfo(instance, "m", "d", "missing", "missing"), TAVU_ERROR_FILE_READ);
+  ::CloseHandle(lock);
+  EXPECT_TRUE(send(good.path(), locked.path()));
+  server.Next({Act::kClose});
+  ExpectFailure(send(good.path(), good.path()), TAVU_ERROR_CALL_FAILED);
+  EXPECT_EQ(server.WaitForConnections(2), 2u);
+}
+
+}  // namespace
+}  // namespace TAVU::test

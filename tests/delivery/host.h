@@ -1,0 +1,85 @@
+// What a host does with the library, for tests that go through its exports.
+#pragma once
+
+#include <tavu/tavu.h>
+#include <windows.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace TAVU::test {
+
+// The form of an export for texts of `Unit`.
+template <typename Unit, typename FormA, typename FormW>
+auto Form(FormA a, FormW w) {
+  if constexpr (std::is_same_v<Unit, char>) {
+    return a;
+  } else {
+    return w;
+  }
+}
+
+// Nothing when the code page does not have all of the text.
+template <typename Unit>
+std::optional<std::basic_string<Unit>> FromUtf8(const std::string& utf8) {
+  const auto size = static_cast<int>(utf8.size());
+  std::wstring wide(utf8.size(), L'\0');
+  wide.resize(static_cast<std::size_t>(
+      ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), size, wide.data(), size)));
+  if constexpr (std::is_same_v<Unit, char>) {
+    BOOL lossy = FALSE;
+    std::string text(utf8.size(), '\0');
+    text.resize(static_cast<std::size_t>(
+        ::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(),
+                              static_cast<int>(wide.size()), text.data(), size, nullptr, &lossy)));
+    return lossy ? std::nullopt : std::optional(text);
+  } else {
+    return wide;
+  }
+}
+
+// An instance of the identity that most vectors have.
+class Instance {
+ public:
+  explicit Instance(std::uint16_t port, const char* host = "127.0.0.1")
+      : handle_(TAVU_CreateA("game", "1.0.3", "Game")) {
+    if (port != 0) TAVU_SetReportServerA(handle_, host, port);
+  }
+  ~Instance() { TAVU_Destroy(handle_); }
+  Instance(const Instance&) = delete;
+  Instance& operator=(const Instance&) = delete;
+  operator TAVU_HANDLE() const { return handle_; }
+
+ private:
+  TAVU_HANDLE handle_;
+};
+
+// A file in the temporary folder, with a name outside ASCII.
+class TempFile {
+ public:
+  explicit TempFile(const std::vector<std::byte>& content) {
+    static DWORD count = 0;
+    wchar_t folder[MAX_PATH + 1];
+    path_.assign(folder, ::GetTempPathW(MAX_PATH + 1, folder));
+    path_ += L"tavu \u00e9 " + std::to_wstring(::GetCurrentProcessId() * 100 + ++count);
+    std::FILE* const file = ::_wfopen(path_.c_str(), L"wb");
+    std::fwrite(content.data(), 1, content.size(), file);
+    std::fclose(file);
+  }
+  ~TempFile() { ::DeleteFileW(path_.c_str()); }
+  TempFile(const TempFile&) = delete;
+  TempFile& operator=(const TempFile&) = delete;
+
+  template <typename Unit = wchar_t>
+  [[nodiscard]] std::basic_string<Unit> path() const {
+    return {path_.begin(), path_.end()};  // as a narrow text right in Latin-1
+  }
+
+ private:
+  std::wstring path_;
+};
+
+}  // namespace TAVU::test

@@ -1,0 +1,206 @@
+// Hosts in processes of their own: how much memory they need, and how they part with the library.
+// The program is both the test and, started with the name of a scene, a host.
+#include <gtest/gtest.h>
+// Between the two <windows.h>, without which they do not stand.
+#include "delivery/host.h"
+// clang-format off
+#include <process.h>
+#include <psapi.h>
+// clang-format on
+
+#include "support/scripted_server.h"
+
+namespace TAVU::test {
+namespace {
+
+// --- The host ---------------------------------------------------------------------------------
+
+constexpr int kFailed = 1'000'000;  // exit status
+
+// An export of a library that was loaded late.
+#define TAVU_FIND(library, name) \
+  reinterpret_cast<decltype(&name)>(reinterpret_cast<void*>(::GetProcAddress(library, #name)))
+
+TAVU_HANDLE NewInstance(HMODULE library, std::uint16_t port) {
+  const TAVU_HANDLE instance = TAVU_FIND(library, TAVU_CreateW)(L"game", L"1.0.3", L"Game");
+  TAVU_FIND(library, TAVU_SetReportServerA)(instance, "127.0.0.1", port);
+  TAVU_FIND(library, TAVU_SetTimeout)(instance, INT32_MAX);
+  return instance;
+}
+
+TAVU_LUADUMP_SENDER NewQueue(HMODULE library, std::uint16_t port, std::uint32_t records) {
+  const auto sender = TAVU_FIND(library, TAVU_LUADUMP_Create)("127.0.0.1", port, false);
+  for (std::uint32_t i = 0; i < records; ++i) {
+    TAVU_FIND(library, TAVU_LUADUMP_SendLuaDumpA)(sender, i, 1, 2, "m", "d", "u", "e");
+  }
+  return sender;
+}
+
+// By how many KiB the peak of the process's memory grows while `send` runs.
+template <typename Send>
+int Growth(Send send) {
+  const auto peak = [] {
+    PROCESS_MEMORY_COUNTERS counters = {};
+    ::GetProcessMemoryInfo(::GetCurrentProcess(), &counters, sizeof counters);
+    return static_cast<int>(counters.PeakWorkingSetSize / 1024);
+  };
+  const int before = peak();
+  return send() ? peak() - before : kFailed;
+}
+
+// Tells the test that the scene is set, and waits for its sign to go on.
+void Meet() {
+  ::SetEvent(::OpenEventW(EVENT_MODIFY_STATE, FALSE, L"tavu-ready"));
+  ::WaitForSingleObject(::OpenEventW(SYNCHRONIZE, FALSE, L"tavu-go-on"), INFINITE);
+}
+
+unsigned __stdcall SendOneLine(void* port) {
+  const HMODULE library = ::LoadLibraryW(L"TAVU.dll");
+  const TAVU_HANDLE to = NewInstance(library, *static_cast<std::uint16_t*>(port));
+  return TAVU_FIND(library, TAVU_SendLog_TCPW)(to, 1, L"t", nullptr, L"m");
+}
+
+int RunScene(const std::string& scene, std::uint16_t port, char** files) {
+  if (scene == "ends inside a call") {
+    ::_beginthreadex(nullptr, 0, &SendOneLine, &port, 0, nullptr);
+    Meet();
+    return 0;
+  }
+  const HMODULE library = ::LoadLibraryW(L"TAVU.dll");
+  if (scene == "uploads a block") {
+    const std::vector<char> block(64 << 20, 'x');
+    return Growth([&] {
+      const TAVU_HANDLE to = NewInstance(library, port);
+      return TAVU_FIND(library, TAVU_SendFileA)(to, block.size(), block.data(), "d", "m");
+    });
+  }
+  if (scene == "uploads two files") {
+    return Growth([&] {
+      const TAVU_HANDLE to = NewInstance(library, port);
+      return TAVU_FIND(library, TAVU_SendCrashInfo)(to, "m", "d", files[0], files[1]);
+    });
+  }
+  if (scene == "ends" || scene == "frees and ends") {
+    NewQueue(library, port, 20);
+    if (scene != "ends" && !::FreeLibrary(library)) return kFailed;
+    Meet();
+    return 0;
+  }
+  if (scene == "destroys and frees") {
+    ::FreeLibrary(library);
+    for (int round = 0; round < 10; ++round) {
+      const HMODULE anew = ::LoadLibraryW(L"TAVU.dll");
+      const TAVU_HANDLE instance = NewInstance(anew, port);
+      if (!TAVU_FIND(anew, TAVU_SendLog_TCPW)(instance, 1, L"t", nullptr, L"m")) return kFailed;
+      TAVU_FIND(anew, TAVU_LUADUMP_Destroy)(NewQueue(anew, port, 3));
+      TAVU_FIND(anew, TAVU_Destroy)(instance);
+      ::FreeLibrary(anew);
+    }
+    while (::GetModuleHandleW(L"TAVU.dll") != nullptr) ::Sleep(1);  // its threads leave it last
+    return 0;
+  }
+  return kFailed;
+}
+
+// --- The test ---------------------------------------------------------------------------------
+
+constexpr DWORD kPatience = 30'000;  // milliseconds; less than hosts need that wait for records
+
+class Event {
+ public:
+  explicit Event(const wchar_t* name) : handle_(::CreateEventW(nullptr, TRUE, FALSE, name)) {}
+  ~Event() { ::CloseHandle(handle_); }
+  Event(const Event&) = delete;
+  Event& operator=(const Event&) = delete;
+  void Set() { ::SetEvent(handle_); }
+  bool Wait() { return ::WaitForSingleObject(handle_, kPatience) == WAIT_OBJECT_0; }
+
+ private:
+  HANDLE handle_;
+};
+
+class Host {
+ public:
+  Host(const std::string& scene, std::uint16_t port, const std::string& files = "") {
+    std::string command =
+        '"' + std::string(_pgmptr) + "\" \"" + scene + "\" " + std::to_string(port) + files;
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof startup;
+    EXPECT_TRUE(::CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                                 nullptr, &startup, &process_));
+  }
+  ~Host() {
+    ::TerminateProcess(process_.hProcess, 1);
+    ::CloseHandle(process_.hThread);
+    ::CloseHandle(process_.hProcess);
+  }
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  // Its exit status; STILL_ACTIVE when it hangs.
+  DWORD Wait() {
+    DWORD status = 0;
+    ::WaitForSingleObject(process_.hProcess, kPatience);
+    ::GetExitCodeProcess(process_.hProcess, &status);
+    return status;
+  }
+
+ private:
+  PROCESS_INFORMATION process_ = {};
+};
+
+TEST(Memory, HoldsABlockOfTheHostsInNoCopyAndAFileOnce) {
+  ScriptedServer server;
+  EXPECT_LT(Host("uploads a block", server.port()).Wait(), 3u * 1024);
+
+  const TempFile document(std::vector<std::byte>(8 << 20));
+  const TempFile dump(std::vector<std::byte>(32 << 20));
+  const std::string files = " \"" + document.path<char>() + "\" \"" + dump.path<char>() + '"';
+  const DWORD growth = Host("uploads two files", server.port(), files).Wait();
+  EXPECT_GE(growth, 36u * 1024) << "measured nothing";
+  EXPECT_LT(growth, 43u * 1024);
+}
+
+TEST(Ending, NeitherHangsNorCrashes) {
+  for (const char* scene : {"ends", "frees and ends", "ends inside a call"}) {
+    SCOPED_TRACE(scene);
+    Event ready(L"tavu-ready");
+    Event go_on(L"tavu-go-on");
+    ScriptedServer server;
+    server.Hold();
+    Host host(scene, server.port());
+    EXPECT_TRUE(ready.Wait());
+    EXPECT_EQ(server.WaitForRequests(1).size(), 1u);
+    go_on.Set();
+    EXPECT_EQ(host.Wait(), 0u);
+  }
+}
+
+TEST(Freeing, LetsASenderDeliverWhatItHas) {
+  Event ready(L"tavu-ready");
+  Event go_on(L"tavu-go-on");
+  ScriptedServer server;
+  server.Hold();
+  Host host("frees and ends", server.port());
+  EXPECT_TRUE(ready.Wait());
+  server.Release();
+  EXPECT_EQ(server.WaitForRequests(20).size(), 20u);
+  go_on.Set();
+  EXPECT_EQ(host.Wait(), 0u);
+}
+
+TEST(Freeing, IsAllowedAtOnceBehindTheDestruction) {
+  ScriptedServer server;
+  EXPECT_EQ(Host("destroys and frees", server.port()).Wait(), 0u);
+  EXPECT_EQ(server.WaitForRequests(40).size(), 40u);
+}
+
+}  // namespace
+}  // namespace TAVU::test
+
+int main(int count, char** arguments) {
+  testing::InitGoogleTest(&count, arguments);
+  if (count < 3) return RUN_ALL_TESTS();
+  const auto port = static_cast<std::uint16_t>(std::atoi(arguments[2]));
+  return TAVU::test::RunScene(arguments[1], port, arguments + 3);
+}
