@@ -41,6 +41,14 @@ class ByteSink {
     return Write(&byte, 1);
   }
 
+  // The room in the window. An encoder of many small items fills it from the front and commits where
+  // it stopped.
+  [[nodiscard]] std::span<std::byte> room() const noexcept { return {window_, window_end_}; }
+  void Commit(std::byte* end) noexcept { window_ = end; }
+
+  // Says that `size` more bytes are about to be written, for sinks that can make use of it.
+  virtual void Expect(std::size_t size) { static_cast<void>(size); }
+
  protected:
   // Takes bytes that do not fit into the window. Returns how many of the `size` (at least 1) were
   // taken; 0 when the sink is closed, negative on an error. Bytes that went through the window
@@ -80,6 +88,13 @@ class ByteSource {
     out = static_cast<std::uint8_t>(*window_);
     return true;
   }
+
+  // The bytes in the window, which stay there: perhaps none though more will come. A decoder of many
+  // small items takes them from the front and commits where it stopped.
+  [[nodiscard]] std::span<const std::byte> at_hand() const noexcept {
+    return {window_, window_end_};
+  }
+  void Commit(const std::byte* end) noexcept { window_ = end; }
 
   // Up to `limit` bytes that are there already, at least one; taken by the call and valid until the
   // next one. Empty at the end or on an error. For consumers that copy in pieces of their own.

@@ -1,5 +1,7 @@
 #include "lumo/content_release.h"
 
+#include <utility>
+
 #include "lumo/big_int.h"
 
 namespace TAVU::lumo {
@@ -50,7 +52,7 @@ void ContentRelease::Take(Value& value) noexcept {
 }
 
 void ContentRelease::Empty(List& list) noexcept {
-  for (std::size_t i = 0; i < list.count_; ++i) Take(list.data_[i]);
+  for (std::size_t i = 0; i < list.count_; ++i) TakeIfAny(list.data_[i]);
   // The elements have given up what they owned: their memory goes without their destructors.
   DefaultAllocator::Free(list.data_);
   list.data_ = nullptr;
@@ -59,16 +61,22 @@ void ContentRelease::Empty(List& list) noexcept {
 }
 
 void ContentRelease::Empty(Map& map) noexcept {
-  for (Map::Node* node = map.first_; node != nullptr;) {
-    Map::Node* next = node->next;
-    Take(node->key);
-    Take(node->value);
-    DefaultAllocator::Free(node);  // as with a list's elements
-    node = next;
+  if (Map::Node* spare = std::exchange(map.spare_, nullptr)) {
+    spare->next = map.first_;
+    map.first_ = spare;
   }
-  DefaultAllocator::Free(map.last_of_bucket_);
+  for (Map::Node* node = map.first_; node != nullptr; node = node->next) {
+    TakeIfAny(node->key);
+    TakeIfAny(node->value);
+  }
+  for (Map::Block* block = map.blocks_; block != nullptr;) {
+    DefaultAllocator::Free(std::exchange(block, block->next));  // as with a list's elements
+  }
+  DefaultAllocator::Free(map.index_);
   map.first_ = nullptr;
-  map.last_of_bucket_ = nullptr;
+  map.index_ = nullptr;
+  map.blocks_ = nullptr;
+  map.room_ = map.room_end_ = nullptr;
   map.count_ = 0;
 }
 

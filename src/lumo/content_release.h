@@ -29,6 +29,9 @@ class ContentRelease {
   void Empty(Table& table) noexcept;
 
  private:
+  void TakeIfAny(Value& value) noexcept {
+    if (value.HasContent()) Take(value);
+  }
   void Drain() noexcept;
 
   List* lists_ = nullptr;

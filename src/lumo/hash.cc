@@ -1,68 +1,56 @@
 #include "lumo/hash.h"
 
+#include <bit>
+#include <cstring>
+
+#include "lumo/lookup2.h"
+
 namespace TAVU::lumo {
 
 namespace {
 
-constexpr std::uint32_t kGoldenRatio = 0x9e3779b9;
+static_assert(std::endian::native == std::endian::little, "words are loaded as they lie in memory");
 
-struct State {
-  std::uint32_t a;
-  std::uint32_t b;
-  std::uint32_t c;
-
-  void Mix() noexcept {
-    a -= b, a -= c, a ^= c >> 13;
-    b -= c, b -= a, b ^= a << 8;
-    c -= a, c -= b, c ^= b >> 13;
-    a -= b, a -= c, a ^= c >> 12;
-    b -= c, b -= a, b ^= a << 16;
-    c -= a, c -= b, c ^= b >> 5;
-    a -= b, a -= c, a ^= c >> 3;
-    b -= c, b -= a, b ^= a << 10;
-    c -= a, c -= b, c ^= b >> 15;
-  }
-};
-
-std::uint32_t LittleEndian(const std::byte* bytes) noexcept {
-  return std::to_integer<std::uint32_t>(bytes[0]) | std::to_integer<std::uint32_t>(bytes[1]) << 8 |
-         std::to_integer<std::uint32_t>(bytes[2]) << 16 |
-         std::to_integer<std::uint32_t>(bytes[3]) << 24;
+std::uint32_t Word(const std::byte* bytes) noexcept {
+  std::uint32_t word = 0;
+  std::memcpy(&word, bytes, sizeof word);
+  return word;
 }
 
-// Up to four bytes, the first one lowest.
-std::uint32_t Partial(std::span<const std::byte> bytes) noexcept {
-  std::uint32_t word = 0;
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    word |= std::to_integer<std::uint32_t>(bytes[i]) << (8 * i);
-  }
-  return word;
+// A word of fewer than four bytes, the first one lowest; the missing ones are zero.
+std::uint32_t ShortWord(const std::byte* bytes, std::size_t count) noexcept {
+  if (count == 0) return 0;
+  // Of one byte all three are the same, of two the middle is the last.
+  const std::size_t middle = count / 2;
+  const std::size_t last = count - 1;
+  return std::to_integer<std::uint32_t>(bytes[0]) |
+         std::to_integer<std::uint32_t>(bytes[middle]) << (8 * middle) |
+         std::to_integer<std::uint32_t>(bytes[last]) << (8 * last);
 }
 
 }  // namespace
 
 std::uint32_t Lookup2(std::span<const std::byte> key, std::uint32_t initial) noexcept {
-  State state = {kGoldenRatio, kGoldenRatio, initial};
-  std::span<const std::byte> rest = key;
-  while (rest.size() >= 12) {
-    state.a += LittleEndian(rest.data());
-    state.b += LittleEndian(rest.data() + 4);
-    state.c += LittleEndian(rest.data() + 8);
+  Lookup2State state = {.c = initial};
+  const std::byte* bytes = key.data();
+  std::size_t count = key.size();
+  for (; count >= 12; bytes += 12, count -= 12) {
+    state.a += Word(bytes);
+    state.b += Word(bytes + 4);
+    state.c += Word(bytes + 8);
     state.Mix();
-    rest = rest.subspan(12);
   }
   state.c += static_cast<std::uint32_t>(key.size());
-  if (rest.size() <= 4) {
-    state.a += Partial(rest);
+  if (count < 4) {
+    state.a += ShortWord(bytes, count);
+  } else if (count < 8) {
+    state.a += Word(bytes);
+    state.b += ShortWord(bytes + 4, count - 4);
   } else {
-    state.a += LittleEndian(rest.data());
-    if (rest.size() <= 8) {
-      state.b += Partial(rest.subspan(4));
-    } else {
-      state.b += LittleEndian(rest.data() + 4);
-      // The lowest byte of c belongs to the length.
-      state.c += Partial(rest.subspan(8)) << 8;
-    }
+    state.a += Word(bytes);
+    state.b += Word(bytes + 4);
+    // The lowest byte of c belongs to the length.
+    state.c += ShortWord(bytes + 8, count - 8) << 8;
   }
   state.Mix();
   return state.c;

@@ -35,9 +35,8 @@ void List::Append(Value value) {
   AppendNull() = std::move(value);
 }
 
-Value& List::AppendNull() {
-  if (count_ == capacity_) Reserve(capacity_ == 0 ? kFirstCapacity : capacity_ * 2);
-  return *std::construct_at(data_ + count_++);
+void List::Grow() {
+  SetCapacity(capacity_ == 0 ? kFirstCapacity : capacity_ * 2);
 }
 
 void List::RemoveLast() noexcept {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 #include "lumo/allocator.h"
 #include "lumo/value.h"
@@ -18,8 +19,12 @@ class List : public FromDefaultAllocator {
   List& operator=(List&& other) noexcept;
   ~List() { Clear(); }
 
-  void Append(Value value);    // a copied argument is copied shallowly, a moved one is kept
-  Value& AppendNull();         // the new element, valid until the list grows again
+  void Append(Value value);  // a copied argument is copied shallowly, a moved one is kept
+  // Appends a null. The reference is valid until the list grows again.
+  Value& AppendNull() {
+    if (count_ == capacity_) Grow();
+    return *std::construct_at(data_ + count_++);
+  }
   void RemoveLast() noexcept;  // needs size() > 0
   void Clear() noexcept;
   void Reserve(std::size_t capacity);  // room for that many elements in all
@@ -35,6 +40,7 @@ class List : public FromDefaultAllocator {
  private:
   friend class ContentRelease;
 
+  void Grow();
   void SetCapacity(std::size_t capacity);
 
   Value* data_ = nullptr;

@@ -3,9 +3,10 @@
 // The iteration order (bucket by bucket, in each bucket the newest entry first) is the order of the
 // entries on the wire and therefore part of the format. Copies keep it.
 //
-// All entries hang on one chain in just that order. A map of more than a few entries also knows the
-// last entry of each bucket, which is where the next bucket's part of the chain begins. So the
-// small maps that records are cost no more than their entries.
+// All entries hang on one chain in just that order, so that the small maps that records are cost no
+// more than their entries. A map of more than a few entries has an index besides, which finds a key
+// and its place in the chain without a walk. The entries' memory comes in blocks that the map keeps
+// until it is cleared.
 #pragma once
 
 #include <cstddef>
@@ -19,8 +20,9 @@ namespace TAVU::lumo {
 
 class Map : public FromDefaultAllocator {
  public:
-  struct Node : FromDefaultAllocator {
+  struct Node {
     Node* next = nullptr;
+    std::uint32_t hash = 0;
     std::uint32_t bucket = 0;
     Value key;
     Value value;
@@ -60,20 +62,48 @@ class Map : public FromDefaultAllocator {
   [[nodiscard]] Iterator end() const noexcept { return Iterator(nullptr); }
   void Clear() noexcept;
 
+  // The way of a decoder, which saves it a block of memory per text and the moving about of values.
+  // The spare entry lies in the map's memory, but does not belong to it until InsertSpare, which
+  // does with its key and value as Insert does; after false both are null again.
+  [[nodiscard]] Node& Spare() { return spare_ != nullptr ? *spare_ : MakeSpare(); }
+  bool InsertSpare();
+  // Memory for bytes that the values of this map borrow; it lasts until the map is cleared.
+  [[nodiscard]] std::byte* Room(std::size_t size) {
+    size = (size + alignof(Node) - 1) / alignof(Node) * alignof(Node);
+    if (size > static_cast<std::size_t>(room_end_ - room_)) AddBlock(size);
+    std::byte* room = room_;
+    room_ += size;
+    return room;
+  }
+
  private:
   friend class ContentRelease;
+
+  struct Block {
+    Block* next;
+    std::size_t size;  // with this header
+  };
 
   // Where a bucket's entries stand or would stand in the chain: behind `before`, or first of all.
   struct Place {
     Node* before;
     Node* first;  // the bucket's first entry, or that of a later bucket, or null
   };
+
+  struct Index;
+
   [[nodiscard]] Place PlaceOf(std::uint32_t bucket) const noexcept;
-  [[nodiscard]] static Node* FindFrom(Node* first, std::uint32_t bucket, const Value& key);
-  void IndexBuckets();
+  [[nodiscard]] Node* Find(const Value& key, std::uint32_t hash) const;
+  void IndexFor(std::size_t count);
+  Node& MakeSpare();
+  void AddBlock(std::size_t size);
 
   Node* first_ = nullptr;
-  Node** last_of_bucket_ = nullptr;  // kBucketCount of them; null while the map is small
+  Index* index_ = nullptr;  // null while the map is small
+  Node* spare_ = nullptr;
+  Block* blocks_ = nullptr;    // the newest one first
+  std::byte* room_ = nullptr;  // what is left of the newest
+  std::byte* room_end_ = nullptr;
   union {
     std::size_t count_ = 0;
     Map* next_released_;  // while the map waits to be freed

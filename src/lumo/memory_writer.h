@@ -24,10 +24,13 @@ class MemoryWriter final : public ByteSink {
   }
   [[nodiscard]] std::span<const std::byte> bytes() const noexcept { return {data_, size()}; }
 
+  void Expect(std::size_t size) override;
+
  private:
   [[nodiscard]] std::ptrdiff_t Accept(const std::byte* data, std::size_t size) override;
 
-  void Grow(std::size_t more);  // doubles the capacity until `more` bytes fit behind the content
+  // Doubles the capacity until `more` bytes fit behind the content.
+  void Grow(std::size_t more);
 
   std::byte* data_;
 };

@@ -47,42 +47,6 @@ Value::Value(const Value& other, CopyDepth depth) {
   }
 }
 
-Value Value::Bool(bool value) noexcept {
-  Value result(ValueType::kBool);
-  result.payload_.byte = value ? 1 : 0;
-  return result;
-}
-
-Value Value::Char(signed char value) noexcept {
-  Value result(ValueType::kChar);
-  result.payload_.byte = static_cast<std::uint8_t>(value);
-  return result;
-}
-
-Value Value::Int(std::int32_t value) noexcept {
-  Value result(ValueType::kInt);
-  result.payload_.int_value = value;
-  return result;
-}
-
-Value Value::Long(std::int64_t value) noexcept {
-  Value result(ValueType::kLong);
-  result.payload_.long_value = value;
-  return result;
-}
-
-Value Value::Double(double value) noexcept {
-  Value result(ValueType::kDouble);
-  result.payload_.double_value = value;
-  return result;
-}
-
-Value Value::Date(std::int64_t milliseconds_since_1970) noexcept {
-  Value result(ValueType::kDate);
-  result.payload_.long_value = milliseconds_since_1970;
-  return result;
-}
-
 Value Value::BorrowString(std::string_view text) noexcept {
   return Borrow(ValueType::kString, text.data(), text.size());
 }
@@ -99,10 +63,6 @@ Value Value::BorrowBinary(std::span<const std::byte> bytes) noexcept {
 Value Value::CopyBinary(std::span<const std::byte> bytes) {
   if (bytes.data() == nullptr) return {};
   return AdoptBytes(ValueType::kBinary, Duplicate(bytes.data(), bytes.size()), bytes.size());
-}
-
-Value Value::AdoptBytes(ValueType type, void* block, std::size_t size) noexcept {
-  return Adopt(type, block, size);
 }
 
 Value Value::BorrowList(const List& list) noexcept {
@@ -141,19 +101,6 @@ Value Value::AdoptBigInt(std::unique_ptr<BigInt> number) noexcept {
 void Value::Reset(ValueType type) noexcept {
   Clear();
   if (!IsOwningType(type)) type_ = type;
-}
-
-Value Value::Borrow(ValueType type, const void* content, std::size_t length) noexcept {
-  if (content == nullptr) return {};
-  Value result(type);
-  result.payload_.content = {content, length};
-  return result;
-}
-
-Value Value::Adopt(ValueType type, const void* content, std::size_t length) noexcept {
-  Value result = Borrow(type, content, length);
-  result.owns_ = content != nullptr;
-  return result;
 }
 
 void Value::FreeContent() noexcept {

@@ -49,12 +49,36 @@ class Value {
     if (HasContent()) FreeContent();
   }
 
-  [[nodiscard]] static Value Bool(bool value) noexcept;
-  [[nodiscard]] static Value Char(signed char value) noexcept;
-  [[nodiscard]] static Value Int(std::int32_t value) noexcept;
-  [[nodiscard]] static Value Long(std::int64_t value) noexcept;
-  [[nodiscard]] static Value Double(double value) noexcept;
-  [[nodiscard]] static Value Date(std::int64_t milliseconds_since_1970) noexcept;
+  [[nodiscard]] static Value Bool(bool value) noexcept {
+    Value result(ValueType::kBool);
+    result.payload_.byte = value ? 1 : 0;
+    return result;
+  }
+  [[nodiscard]] static Value Char(signed char value) noexcept {
+    Value result(ValueType::kChar);
+    result.payload_.byte = static_cast<std::uint8_t>(value);
+    return result;
+  }
+  [[nodiscard]] static Value Int(std::int32_t value) noexcept {
+    Value result(ValueType::kInt);
+    result.payload_.int_value = value;
+    return result;
+  }
+  [[nodiscard]] static Value Long(std::int64_t value) noexcept {
+    Value result(ValueType::kLong);
+    result.payload_.long_value = value;
+    return result;
+  }
+  [[nodiscard]] static Value Double(double value) noexcept {
+    Value result(ValueType::kDouble);
+    result.payload_.double_value = value;
+    return result;
+  }
+  [[nodiscard]] static Value Date(std::int64_t milliseconds_since_1970) noexcept {
+    Value result(ValueType::kDate);
+    result.payload_.long_value = milliseconds_since_1970;
+    return result;
+  }
 
   // Text and bytes. A null data pointer gives a null value, whatever the length. A copy carries a
   // zero byte behind the content, which the length does not count.
@@ -64,7 +88,9 @@ class Value {
   [[nodiscard]] static Value CopyBinary(std::span<const std::byte> bytes);
   // Takes over `block`, made by DefaultAllocator with at least `size` + 1 bytes, the zero byte at
   // `size` set. `type` is kString or kBinary.
-  [[nodiscard]] static Value AdoptBytes(ValueType type, void* block, std::size_t size) noexcept;
+  [[nodiscard]] static Value AdoptBytes(ValueType type, void* block, std::size_t size) noexcept {
+    return Adopt(type, block, size);
+  }
 
   // Containers: borrowed, deeply copied, or taken over.
   [[nodiscard]] static Value BorrowList(const List& list) noexcept;
@@ -136,9 +162,18 @@ class Value {
 
   explicit Value(ValueType type) noexcept : type_(type) {}
   [[nodiscard]] static Value Borrow(ValueType type, const void* content,
-                                    std::size_t length) noexcept;
+                                    std::size_t length) noexcept {
+    if (content == nullptr) return {};
+    Value result(type);
+    result.payload_.content = {content, length};
+    return result;
+  }
   [[nodiscard]] static Value Adopt(ValueType type, const void* content,
-                                   std::size_t length) noexcept;
+                                   std::size_t length) noexcept {
+    Value result = Borrow(type, content, length);
+    result.owns_ = content != nullptr;
+    return result;
+  }
 
   [[nodiscard]] bool HasContent() const noexcept { return owns_ || text_cache_ != nullptr; }
   void FreeContent() noexcept;  // leaves the fields as they are

@@ -1,8 +1,10 @@
+#include <array>
 #include <bit>
 
 #include "lumo/big_int.h"
 #include "lumo/hash.h"
 #include "lumo/list.h"
+#include "lumo/lookup2.h"
 #include "lumo/map.h"
 #include "lumo/table.h"
 #include "lumo/value.h"
@@ -13,6 +15,20 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little,
               "numbers are hashed as their bytes lie in memory, lowest first");
+
+// With the initial value of all maps, where speed counts, the hash of a type's tag is ready.
+constexpr auto kTagHashes = [] {
+  std::array<std::uint32_t, 256> hashes = {};
+  for (std::uint32_t i = 0; i < 256; ++i) {
+    hashes[i] = Lookup2(static_cast<std::uint8_t>(i), kInitialHash);
+  }
+  return hashes;
+}();
+
+std::uint32_t HashTag(ValueType type, std::uint32_t initial) noexcept {
+  const auto value_tag = static_cast<std::uint8_t>(type);
+  return initial == kInitialHash ? kTagHashes[value_tag] : Lookup2(value_tag, initial);
+}
 
 template <typename Number>
 std::uint32_t HashNumber(const Number& number, std::uint32_t initial) noexcept {
@@ -47,7 +63,7 @@ std::uint32_t HashTable(const Table& table, std::uint32_t hash) noexcept {
 }  // namespace
 
 std::uint32_t Hash(const Value& value, std::uint32_t initial) noexcept {
-  const std::uint32_t hash = HashNumber(value.type(), initial);
+  const std::uint32_t hash = HashTag(value.type(), initial);
   switch (value.type()) {
     case ValueType::kBool:
     case ValueType::kChar:

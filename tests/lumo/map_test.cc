@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -79,6 +80,23 @@ TEST(Map, FindsEveryKeyOnBothSidesOfItsIndex) {
     ASSERT_EQ(map.Find(i)->value.int_value(), -i);
     ASSERT_EQ(map.Find(i + 1), nullptr);
   }
+  const Map copy(map, CopyDepth::kDeep);
+  for (int i = 0; i < 500; ++i) EXPECT_EQ(copy.Find(i)->value.int_value(), -i);
+}
+
+// All tiny doubles are equal, but a key is looked for in its own bucket only: of each bucket the
+// first one stays, however large the map is.
+TEST(Map, HoldsEqualDoublesOncePerBucket) {
+  Map map;
+  std::set<std::uint32_t> buckets;
+  for (int i = 0; i < 300; ++i) map.Insert(Value::Int(i), Value());
+  for (int i = 1; i <= 1000; ++i) {
+    const Value key = Value::Double(i * 1e-300);
+    const bool is_first = buckets.insert(Hash(key, kInitialHash) % 101).second;
+    EXPECT_EQ(map.Insert(key, Value::Int(i)), is_first) << i;
+    EXPECT_NE(map.Find(key), nullptr);
+  }
+  EXPECT_EQ(map.size(), 300 + buckets.size());
 }
 
 TEST(Map, AShallowCopyOfItsValueLeavesItAlone) {
