@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <new>
+#include <utility>
 
 namespace TAVU::api {
 namespace {
@@ -53,6 +54,11 @@ void Unlink(Cell* cell) noexcept {
   if (cell->next != nullptr) cell->next->link = cell->link;
 }
 
+Cell* TakeAll() noexcept {
+  const ListGuard guard;
+  return std::exchange(firstCell, nullptr);
+}
+
 Cell* FindCell() noexcept {
   return static_cast<Cell*>(::TlsGetValue(tlsIndex));
 }
@@ -95,10 +101,8 @@ void LastErrorSlot::DetachThread() noexcept {
 
 void LastErrorSlot::DetachProcess() noexcept {
   if (tlsIndex == TLS_OUT_OF_INDEXES) return;
-  while (Cell* cell = firstCell) {
-    Unlink(cell);
-    delete cell;
-  }
+  Cell* cell = TakeAll();
+  while (cell != nullptr) delete std::exchange(cell, cell->next);
   ::TlsFree(tlsIndex);
   tlsIndex = TLS_OUT_OF_INDEXES;
 }
