@@ -4,7 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "support/windows_thread.h"
+#include "api/waiting.h"
+#include "support/threads.h"
 
 namespace {
 
@@ -16,10 +17,10 @@ TEST(ApiLock, AskedForAgainByItsHolderWaitsForEverAtNoCost) {
   // Never destroyed: the two threads last as long as the process.
   auto* holder = new TAVU::test::Thread([&held] {
     const ApiLock::Guard first;
-    held.Signal();
+    held.Set();
     const ApiLock::Guard second;
   });
-  held.Wait();
+  ::WaitForSingleObject(held.get(), INFINITE);
   auto* waiter = new TAVU::test::Thread([] { const ApiLock::Guard guard; });
 
   constexpr std::uint64_t kBusy = 300 * 10'000;  // 300 ms of this thread's own processor time
@@ -27,8 +28,8 @@ TEST(ApiLock, AskedForAgainByItsHolderWaitsForEverAtNoCost) {
   while (ProcessorTime(::GetCurrentThread()) - start < kBusy) {
   }
   for (const auto* thread : {holder, waiter}) {
-    EXPECT_FALSE(thread->EndsWithin(0));
-    EXPECT_LT(ProcessorTime(thread->handle()), kBusy / 10);
+    EXPECT_FALSE(TAVU::test::EndsWithin(thread->get(), 0));
+    EXPECT_LT(ProcessorTime(thread->get()), kBusy / 10);
   }
 }
 

@@ -1,13 +1,14 @@
 // The settings and the errors of the library, seen as a host sees them: through the public header
 // and the import library, nothing else.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <atomic>
 #include <memory>
 #include <string>
 
-#include "support/windows_thread.h"
+#include "api/waiting.h"
+#include "support/scripted_server.h"
+#include "support/threads.h"
 #include "tavu/tavu.h"
 
 namespace {
@@ -274,7 +275,7 @@ TEST(LastError, BelongsToItsThreadAndSurvivesSuccess) {
     EXPECT_EQ(TAVU_GetLastError(), 0u);
     TAVU_Destroy(nullptr);
     EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_INVALID_HANDLE));
-  }).Join();
+  });
   SetLastError(1234);  // the system's own
   EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_INVALID_ARGUMENT));
   EXPECT_EQ(GetLastError(), 1234u);
@@ -311,8 +312,32 @@ TEST(Threads, MakeAndGiveUpInstancesAtOnce) {
       }
     });
   }
-  for (auto& thread : threads) thread->Join();
+  for (auto& thread : threads) thread.reset();
   EXPECT_EQ(failures, 0);
+}
+
+// While one call waits for its server, every other waits for it, of whatever instance, asleep. The
+// last error alone is to be had.
+TEST(Threads, WaitForOneThatSends) {
+  TAVU::test::ScriptedServer server;
+  server.Hold();
+  const Instance sending, other;
+  TAVU_SetReportServerA(sending, "127.0.0.1", server.port());
+  TAVU_SetTimeout(sending, 60'000);
+  TAVU_SetTimeout(sending, 0);  // leaves a code
+  bool sent = false, set = false;
+  {
+    const TAVU::test::Thread sender(
+        [&] { sent = TAVU_SendLog_TCPA(sending, TAVU_LEVEL_INFO, "test", nullptr, "slow"); });
+    EXPECT_EQ(server.WaitForRequests(1).size(), 1u);
+    const TAVU::test::Thread waiter([&] { set = TAVU_SetTimeout(other, 1); });
+    EXPECT_FALSE(TAVU::test::EndsWithin(waiter.get(), 300));
+    EXPECT_LT(TAVU::test::ProcessorTime(waiter.get()), 30u * 10'000);
+    EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_INVALID_ARGUMENT));
+    server.Release();
+  }
+  EXPECT_TRUE(sent);
+  EXPECT_TRUE(set);
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "support/windows_thread.h"
+#include "support/threads.h"
 #include "tavu/tavu.h"
 
 namespace {
@@ -41,15 +41,15 @@ TEST(LateLoading, ServesThreadsThatRanBefore) {
   Event loaded;
   uint32_t before = 1, after = 1;
   std::unique_ptr<Library> library;
-  Thread thread([&] {
-    loaded.Wait();
+  auto thread = std::make_unique<Thread>([&] {
+    WaitForSingleObject(loaded.get(), INFINITE);
     before = library->lastError();
     library->create("game", "?", "Game");
     after = library->lastError();
   });
   library = std::make_unique<Library>();
-  loaded.Signal();
-  thread.Join();
+  loaded.Set();
+  thread.reset();
   EXPECT_EQ(before, 0u);
   EXPECT_EQ(after, static_cast<uint32_t>(TAVU_ERROR_BAD_VERSION));
   EXPECT_EQ(library->lastError(), 0u) << "of the thread that loaded the library";
@@ -111,7 +111,7 @@ TEST(LateLoading, LeavesNothingBehindWhenUnloaded) {
 TEST(LateLoading, FreesWhatAnEndedThreadHad) {
   const Library library;
   const auto run_threads = [&library](int count) {
-    for (int i = 0; i < count; ++i) Thread([&library] { library.destroy(nullptr); }).Join();
+    for (int i = 0; i < count; ++i) Thread([&library] { library.destroy(nullptr); });
   };
   run_threads(10);
   const HeapUse before = MeasureHeaps();

@@ -47,6 +47,7 @@ class Thread {
   }
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;
+  [[nodiscard]] HANDLE get() const { return handle_; }
 
  private:
   HANDLE handle_;

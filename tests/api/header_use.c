@@ -1,0 +1,74 @@
+/*
+ * The public header in a program of its own: compiled as C and as C++, with windows.h in front of
+ * it, behind it or not at all, and linked and run with every function that it declares.
+ */
+#if defined(WINDOWS_BEFORE)
+#include <windows.h>
+#endif
+#include "tavu/tavu.h"
+#if defined(WINDOWS_AFTER)
+#include <windows.h>
+#endif
+#include "tavu/tavu.h"
+
+typedef void (*Function)(void);
+#define ADDRESS(function) functions[count++] = (Function)(function)
+
+static bool TAVU_CALL Callback(char* buffer, int32_t capacity) {
+  if (capacity > 0) buffer[0] = 0;
+  return true;
+}
+
+int main(void) {
+  Function functions[64];
+  int count = 0;
+  TAVU_HANDLE handle;
+  char sizes[sizeof(bool) == 1 && sizeof(wchar_t) == 2 && sizeof(TAVU_HANDLE) == 8 ? 1 : -1];
+  sizes[0] = 0;
+  ADDRESS(TAVU_CreateA);
+  ADDRESS(TAVU_CreateW);
+  ADDRESS(TAVU_DeleteLocalDumpFile);
+  ADDRESS(TAVU_Destroy);
+  ADDRESS(TAVU_GetLastError);
+  ADDRESS(TAVU_GetReportServerA);
+  ADDRESS(TAVU_GetReportServerW);
+  ADDRESS(TAVU_GetUserIDA);
+  ADDRESS(TAVU_GetUserIDW);
+  ADDRESS(TAVU_LUADUMP_Create);
+  ADDRESS(TAVU_LUADUMP_Destroy);
+  ADDRESS(TAVU_LUADUMP_SendLuaDumpA);
+  ADDRESS(TAVU_LUADUMP_SendLuaDumpW);
+  ADDRESS(TAVU_SendCrashInfo);
+  ADDRESS(TAVU_SendCrashInfoW);
+  ADDRESS(TAVU_SendFileA);
+  ADDRESS(TAVU_SendFileW);
+  ADDRESS(TAVU_SendLog_TCPA);
+  ADDRESS(TAVU_SendLog_TCPW);
+  ADDRESS(TAVU_SendLog_UDPA);
+  ADDRESS(TAVU_SendLog_UDPW);
+  ADDRESS(TAVU_SetAppRestartA);
+  ADDRESS(TAVU_SetAppRestartW);
+  ADDRESS(TAVU_SetAutoReport);
+  ADDRESS(TAVU_SetCustumCrashReporterPathA);
+  ADDRESS(TAVU_SetCustumCrashReporterPathW);
+  ADDRESS(TAVU_SetCustumInfoCallbackA);
+  ADDRESS(TAVU_SetCustumInfoCallbackW);
+  ADDRESS(TAVU_SetReportServerA);
+  ADDRESS(TAVU_SetReportServerW);
+  ADDRESS(TAVU_SetReporterLanguage);
+  ADDRESS(TAVU_SetTimeout);
+  ADDRESS(TAVU_SetUserIDA);
+  ADDRESS(TAVU_SetUserIDW);
+  ADDRESS(TAVU_StartCrashHandler);
+  ADDRESS(TAVU_StopCrashHandler);
+  ADDRESS(TAVU_UpdateAdditionalCrashInfoA);
+  ADDRESS(TAVU_UpdateAdditionalCrashInfoW);
+  while (count > 0) {
+    if (functions[--count] == NULL) return 1;
+  }
+  handle = TAVU_CreateW(L"game", L"1.0", L"Game");
+  if (handle == NULL || !TAVU_SetCustumInfoCallbackA(handle, Callback)) return 2;
+  if (!TAVU_SetCustumInfoCallbackA(handle, NULL) || !TAVU_Destroy(handle)) return 3;
+  if (TAVU_Destroy(handle) || TAVU_GetLastError() != TAVU_ERROR_INVALID_HANDLE) return 4;
+  return sizes[0];
+}
