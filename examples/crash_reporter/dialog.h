@@ -1,0 +1,47 @@
+// What the reporter asks and tells the user, in the language of a Texts.
+//
+// All of it runs on the calling thread until the user, the work or the time-out ends it.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include <windows.h>
+
+#include "report.h"
+#include "texts.h"
+
+namespace crash_reporter {
+
+enum class Decision {
+  kSend,
+  kDoNotSend,
+  kCouldNotAsk,  // no window could be made
+};
+
+struct Answer {
+  Decision decision = Decision::kCouldNotAsk;
+  bool earlier_too = false;
+  std::wstring comment;
+};
+
+// Names the application, says what would be sent, shows the files, asks for a comment and offers to
+// send `earlier` kept reports along. Nothing may leave the machine unless the answer says kSend.
+[[nodiscard]] Answer AskToSend(const Texts& texts, const CrashReport& report, std::size_t earlier);
+
+// The same for reports that were kept earlier, in `folder`, without a new one.
+[[nodiscard]] Decision AskToSendEarlier(const Texts& texts, std::size_t count,
+                                        const std::wstring& folder);
+
+// Shows that something is being sent, until `work` is signalled.
+void ShowSending(const Texts& texts, HANDLE work);
+
+using NoticeTime = std::optional<std::chrono::milliseconds>;  // nothing: until the user closes it
+
+// The report could not be sent, or names no server; its files are in `folder`, or lost when that is
+// empty.
+void TellNotSent(const Texts& texts, const CrashReport& report, const std::wstring& folder,
+                 NoticeTime time);
+
+}  // namespace crash_reporter

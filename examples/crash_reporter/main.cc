@@ -1,0 +1,129 @@
+// TAVU_CrashReporter.exe: started by the library in a host that has crashed, once with the report
+// and, when the host is to be started again, a second time for that. Started by hand, it offers the
+// reports that could not be sent earlier.
+#include <functional>
+
+#include <windows.h>
+
+#include "dialog.h"
+#include "exit_code.h"
+#include "kept_reports.h"
+#include "pairs.h"
+#include "report.h"
+#include "restart.h"
+#include "scoped.h"
+#include "texts.h"
+#include "upload.h"
+
+namespace crash_reporter {
+
+namespace {
+
+// The host waits for the reporter, perhaps on a machine that nobody looks at: where nobody was
+// asked, the notice goes by itself.
+constexpr std::chrono::seconds kUnattendedNotice(10);
+
+// Sends what was kept earlier, until the server turns out to be away, and deletes what arrived.
+void SendEarlier(const KeptReports& kept_reports, const std::wstring& software_id) {
+  const KeptReports::Lock lock = kept_reports.TryLock();
+  if (!lock) return;  // another reporter is at it
+  for (const KeptReport& kept : kept_reports.List(software_id)) {
+    const UploadResult result = Upload(kept.report);
+    if (result == UploadResult::kDelivered) kept_reports.Remove(lock, kept);
+    if (result == UploadResult::kUnreachable) return;
+  }
+}
+
+// Runs `work` on a thread of its own while a window tells about it.
+void RunBehindWindow(const Texts& texts, const std::function<void()>& work) {
+  const auto run = [](void* argument) -> DWORD {
+    (*static_cast<const std::function<void()>*>(argument))();
+    return 0;
+  };
+  auto* argument = const_cast<std::function<void()>*>(&work);  // called only
+  const ScopedHandle thread(::CreateThread(nullptr, 0, run, argument, 0, nullptr));
+  if (!thread) return work();
+  ShowSending(texts, thread.get());
+  ::WaitForSingleObject(thread.get(), INFINITE);
+}
+
+ExitCode KeepReport(const KeptReports& kept_reports, const CrashReport& report) {
+  const std::optional<std::wstring> folder = kept_reports.Keep(report);
+  if (const KeptReports::Lock lock = kept_reports.TryLock()) kept_reports.RemoveSurplus(lock);
+  TellNotSent(TextsFor(report.language), report, folder.value_or(L""),
+              report.auto_report ? NoticeTime(kUnattendedNotice) : std::nullopt);
+  return folder ? ExitCode::kKept : ExitCode::kLost;
+}
+
+ExitCode SendReport(const KeptReports& kept_reports, const CrashReport& report, bool earlier_too) {
+  UploadResult result = UploadResult::kFailed;
+  const auto send = [&] {
+    result = Upload(report);
+    if (result == UploadResult::kDelivered && earlier_too) {
+      SendEarlier(kept_reports, report.software_id);
+    }
+  };
+  if (report.auto_report) {
+    send();
+  } else {
+    RunBehindWindow(TextsFor(report.language), send);
+  }
+  return result == UploadResult::kDelivered ? ExitCode::kDone : KeepReport(kept_reports, report);
+}
+
+ExitCode AskAndSend(const KeptReports& kept_reports, CrashReport report) {
+  const std::size_t earlier = kept_reports.List(report.software_id).size();
+  Answer answer = AskToSend(TextsFor(report.language), report, earlier);
+  if (answer.decision == Decision::kDoNotSend) return ExitCode::kDeclined;
+  // Without an answer nothing is sent; the next start asks.
+  if (answer.decision == Decision::kCouldNotAsk) return KeepReport(kept_reports, report);
+  report.comment = std::move(answer.comment);
+  return SendReport(kept_reports, report, answer.earlier_too);
+}
+
+ExitCode HandleReport(const CrashReport& report) {
+  const KeptReports kept_reports;
+  if (!ParseServer(report.server_address)) return KeepReport(kept_reports, report);
+  return report.auto_report ? SendReport(kept_reports, report, true)
+                            : AskAndSend(kept_reports, report);
+}
+
+ExitCode OfferEarlier() {
+  const KeptReports kept_reports;
+  const std::vector<KeptReport> earlier = kept_reports.List(L"");
+  if (earlier.empty()) return ExitCode::kNothingToSend;
+  const Texts& texts = TextsFor(earlier.back().report.language);
+  switch (AskToSendEarlier(texts, earlier.size(), earlier.back().folder)) {
+    case Decision::kSend:
+      break;
+    case Decision::kDoNotSend:
+      return ExitCode::kDeclined;
+    case Decision::kCouldNotAsk:
+      return ExitCode::kKept;
+  }
+  RunBehindWindow(texts, [&] { SendEarlier(kept_reports, L""); });
+  const std::vector<KeptReport> left = kept_reports.List(L"");
+  if (left.empty()) return ExitCode::kDone;
+  TellNotSent(texts, left.back().report, left.back().folder, std::nullopt);
+  return ExitCode::kKept;
+}
+
+ExitCode Run(const Pairs& pairs) {
+  if (const std::optional<RestartRequest> restart = RestartRequest::From(pairs)) {
+    return RestartHost(*restart) ? ExitCode::kDone : ExitCode::kRestartFailed;
+  }
+  const std::optional<CrashReport> report = CrashReport::From(pairs);
+  if (!report) return OfferEarlier();
+  return HasEvidence(*report) ? HandleReport(*report) : ExitCode::kNothingToSend;
+}
+
+}  // namespace
+
+}  // namespace crash_reporter
+
+int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
+  // The line as it is: whatever splits it into arguments gives quotes a meaning that they do not
+  // have here.
+  const auto pairs = crash_reporter::Pairs::ParseCommandLine(::GetCommandLineW());
+  return static_cast<int>(crash_reporter::Run(pairs));
+}

@@ -1,0 +1,47 @@
+#include "restart.h"
+
+#include <windows.h>
+
+#include "scoped.h"
+
+namespace crash_reporter {
+
+namespace {
+
+constexpr DWORD kLongestWaitMilliseconds = 30000;
+
+ULONGLONG StartTimeOf(HANDLE process) noexcept {
+  FILETIME start = {};
+  FILETIME unused = {};
+  if (!::GetProcessTimes(process, &start, &unused, &unused, &unused)) return 0;
+  return (static_cast<ULONGLONG>(start.dwHighDateTime) << 32) | start.dwLowDateTime;
+}
+
+void WaitForEnd(DWORD process_id) noexcept {
+  if (process_id == 0) return;
+  const ScopedHandle host(
+      ::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
+  if (!host) return;
+  // Started after this process: not the host, but somebody who was given its number.
+  if (StartTimeOf(host.get()) > StartTimeOf(::GetCurrentProcess())) return;
+  ::WaitForSingleObject(host.get(), kLongestWaitMilliseconds);
+}
+
+}  // namespace
+
+bool RestartHost(const RestartRequest& request) {
+  WaitForEnd(request.process_id);
+  std::wstring command_line = request.command_line;  // CreateProcessW may write into it
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  if (command_line.empty() || !::CreateProcessW(nullptr, command_line.data(), nullptr, nullptr,
+                                                FALSE, 0, nullptr, nullptr, &startup, &process)) {
+    return false;
+  }
+  ::CloseHandle(process.hThread);
+  ::CloseHandle(process.hProcess);
+  return true;
+}
+
+}  // namespace crash_reporter

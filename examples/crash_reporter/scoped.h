@@ -1,0 +1,33 @@
+// Owners of the system's resources: each closes what it holds once, on every path out.
+#pragma once
+
+#include <memory>
+#include <type_traits>
+
+#include <windows.h>
+
+namespace crash_reporter {
+
+struct HandleCloser {
+  using pointer = HANDLE;
+  void operator()(HANDLE handle) const noexcept { ::CloseHandle(handle); }
+};
+using ScopedHandle = std::unique_ptr<void, HandleCloser>;
+
+// CreateFileW and FindFirstFileW name "no handle" otherwise than everybody else.
+[[nodiscard]] inline HANDLE ValidOrNull(HANDLE handle) noexcept {
+  return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
+}
+
+struct FindCloser {
+  using pointer = HANDLE;
+  void operator()(HANDLE handle) const noexcept { ::FindClose(handle); }
+};
+using ScopedFind = std::unique_ptr<void, FindCloser>;
+
+struct GdiDeleter {
+  void operator()(HGDIOBJ object) const noexcept { ::DeleteObject(object); }
+};
+using ScopedFont = std::unique_ptr<std::remove_pointer_t<HFONT>, GdiDeleter>;
+
+}  // namespace crash_reporter
