@@ -7,19 +7,24 @@
 
 namespace TAVU::QTC {
 
-BufferedWriter::BufferedWriter(Transport& transport, std::size_t capacity)
-    : transport_(transport), buffer_(new std::byte[capacity]) {
-  window_ = buffer_.get();
-  window_end_ = window_ + capacity;
-}
+namespace {
 
-bool BufferedWriter::Flush() {
+// Enough for the ends of texts and the packet lengths between as many borrowed pieces as one send has.
+constexpr std::size_t kCopyCapacity = 64 * 1024;
+// Of one send: 512 packets with a length before each. More is more than some systems take at once.
+constexpr std::size_t kMostPieces = 1024;
+
+}  // namespace
+
+// --- ConnectionWriter ----------------------------------------------------------------------------
+
+bool ConnectionWriter::Flush() {
   const std::ptrdiff_t sent = SendHeld();
   if (sent == 0) lumo::SetThreadError(lumo::kErrorBrokenPipe);
   return sent > 0;
 }
 
-std::ptrdiff_t BufferedWriter::Accept(const std::byte* data, std::size_t size) {
+std::ptrdiff_t ConnectionWriter::Accept(const std::byte* data, std::size_t size) {
   if (window_ == window_end_) {
     if (const std::ptrdiff_t sent = SendHeld(); sent <= 0) return sent;
   }
@@ -29,19 +34,61 @@ std::ptrdiff_t BufferedWriter::Accept(const std::byte* data, std::size_t size) {
   return static_cast<std::ptrdiff_t>(taken);
 }
 
-std::ptrdiff_t BufferedWriter::SendHeld() {
+std::ptrdiff_t ConnectionWriter::SendHeld() {
   if (broken_) return -1;
-  const auto held = static_cast<std::size_t>(window_ - buffer_.get());
-  if (held == 0) return 1;
-  const std::ptrdiff_t sent = transport_.SendAll(buffer_.get(), held);
-  if (sent > 0) {
-    window_ = buffer_.get();
-  } else {
+  const std::ptrdiff_t sent = Send();
+  if (sent <= 0) {
     broken_ = true;
     window_ = window_end_;  // no room: every further write comes to Accept
   }
   return sent;
 }
+
+// --- BufferedWriter ------------------------------------------------------------------------------
+
+BufferedWriter::BufferedWriter(Transport& transport) noexcept : ConnectionWriter(transport) {
+  window_ = buffer_.data();
+  window_end_ = window_ + buffer_.size();
+}
+
+std::ptrdiff_t BufferedWriter::Send() {
+  const auto held = static_cast<std::size_t>(window_ - buffer_.data());
+  window_ = buffer_.data();
+  return held == 0 ? 1 : transport_.SendAll(buffer_.data(), held);
+}
+
+// --- GatheringWriter -----------------------------------------------------------------------------
+
+GatheringWriter::GatheringWriter(Transport& transport)
+    : ConnectionWriter(transport), buffer_(new std::byte[kCopyCapacity]), copied_(buffer_.get()) {
+  window_ = buffer_.get();
+  window_end_ = window_ + kCopyCapacity;
+}
+
+std::ptrdiff_t GatheringWriter::Send() {
+  CloseCopied();
+  const std::ptrdiff_t sent = pieces_.empty() ? 1 : transport_.SendPieces(pieces_);
+  pieces_.clear();
+  window_ = copied_ = buffer_.get();
+  return sent;
+}
+
+bool GatheringWriter::AcceptBorrowed(const std::byte* data, std::size_t size) {
+  if (broken()) return false;
+  // Room for the copied bytes in front, this piece, and copied bytes behind it.
+  if (pieces_.size() + 3 > kMostPieces && !Flush()) return false;
+  CloseCopied();
+  pieces_.emplace_back(data, size);
+  return true;
+}
+
+void GatheringWriter::CloseCopied() {
+  if (window_ == copied_) return;
+  pieces_.emplace_back(copied_, window_);
+  copied_ = window_;
+}
+
+// --- BufferedReader ------------------------------------------------------------------------------
 
 BufferedReader::BufferedReader(Transport& transport) noexcept : transport_(transport) {}
 

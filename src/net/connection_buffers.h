@@ -1,10 +1,11 @@
-// The buffers between the framing and a connection: each full buffer is one send, so that over UDP
-// each is one datagram.
+// The buffers between the framing and a connection.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <memory>
+#include <span>
+#include <vector>
 
 #include "lumo/byte_stream.h"
 #include "net/transport.h"
@@ -13,25 +14,59 @@ namespace TAVU::QTC {
 
 inline constexpr std::size_t kBufferSize = 2048;  // of a connection and of a packet
 
-// Gathers bytes and sends them `capacity` at a time. A full buffer is sent when more comes, and what
-// is held at the end must be flushed: nothing is sent otherwise. After a failed send the writer takes
-// and sends nothing more, because the peer would find a hole there.
-class BufferedWriter final : public lumo::ByteSink {
+// A sink whose bytes go out when it is full and when it is flushed. After a failed send it takes and
+// sends nothing more, because the peer would find a hole there.
+class ConnectionWriter : public lumo::ByteSink {
  public:
-  // `transport` is not owned and outlives the writer. Throws std::bad_alloc.
-  explicit BufferedWriter(Transport& transport, std::size_t capacity = kBufferSize);
-
   // Sends what is held. False when the transport refused; when it could not even begin, the thread
   // error is kErrorBrokenPipe then, else the transport's own.
   [[nodiscard]] bool Flush();
 
- private:
-  [[nodiscard]] std::ptrdiff_t Accept(const std::byte* data, std::size_t size) override;
-  [[nodiscard]] std::ptrdiff_t SendHeld();  // as Transport::SendAll; more than 0 with nothing held
+ protected:
+  explicit ConnectionWriter(Transport& transport) noexcept : transport_(transport) {}
 
-  Transport& transport_;
-  std::unique_ptr<std::byte[]> buffer_;
+  // Makes room; result as of Transport::SendAll, and more than 0 when nothing is held.
+  [[nodiscard]] std::ptrdiff_t SendHeld();
+  [[nodiscard]] bool broken() const noexcept { return broken_; }
+
+  Transport& transport_;  // not owned; outlives the writer
+
+ private:
+  [[nodiscard]] std::ptrdiff_t Accept(const std::byte* data, std::size_t size) final;
+  // Hands what is held to the transport, if anything, and forgets it.
+  [[nodiscard]] virtual std::ptrdiff_t Send() = 0;
+
   bool broken_ = false;
+};
+
+// Sends 2048 bytes at a time, so that over UDP each full buffer is one datagram.
+class BufferedWriter final : public ConnectionWriter {
+ public:
+  explicit BufferedWriter(Transport& transport) noexcept;
+
+ private:
+  [[nodiscard]] std::ptrdiff_t Send() override;
+
+  std::array<std::byte, kBufferSize> buffer_;
+};
+
+// Makes few and large sends of a stream, and sends borrowed bytes from where they lie: a block of any
+// size costs no copy of it, and a system call for each MiB.
+class GatheringWriter final : public ConnectionWriter {
+ public:
+  explicit GatheringWriter(Transport& transport);  // throws std::bad_alloc, as every write may
+
+ private:
+  using Piece = std::span<const std::byte>;
+
+  [[nodiscard]] std::ptrdiff_t Send() override;
+  [[nodiscard]] bool AcceptBorrowed(const std::byte* data, std::size_t size) override;
+  // Notes the copied bytes that no piece covers yet.
+  void CloseCopied();
+
+  std::unique_ptr<std::byte[]> buffer_;  // of the bytes that are copied
+  std::byte* copied_;                    // in buffer_: what lies in front is in pieces_
+  std::vector<Piece> pieces_;            // in the order of sending, in buffer_ or borrowed
 };
 
 // Receives up to 2048 bytes at a time.

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "lumo/codec.h"
+#include "net/connection_buffers.h"
 #include "net/packet_stream.h"
 #include "net/transport_header.h"
 
@@ -37,20 +38,28 @@ bool WriteBody(PacketWriter& body, const Message& head, const Value& value) {
          body.Flush();
 }
 
-}  // namespace
-
-bool WriteRequest(Transport& connection, std::string_view method, const Value& argument,
-                  std::size_t send_size) {
-  Message call;
-  call.kind = MessageKind::kCall;
-  call.method = method;
-  BufferedWriter writer(connection, send_size);
+bool WriteCall(ConnectionWriter& writer, const Message& call, const Value& argument) {
   PacketWriter body(writer);
   const bool written = TransportHeader().Write(writer) && WriteBody(body, call, argument);
-  // On every way out, and not looked at: see the declaration.
+  // On every way out, and not looked at: see WriteRequest.
   static_cast<void>(body.Close());
   static_cast<void>(writer.Flush());
   return written;
+}
+
+}  // namespace
+
+bool WriteRequest(Transport& connection, std::string_view method, const Value& argument,
+                  Carrier carrier) {
+  Message call;
+  call.kind = MessageKind::kCall;
+  call.method = method;
+  if (carrier == Carrier::kDatagrams) {
+    BufferedWriter writer(connection);
+    return WriteCall(writer, call, argument);
+  }
+  GatheringWriter writer(connection);
+  return WriteCall(writer, call, argument);
 }
 
 bool ReadReply(Transport& connection, Message& reply) {

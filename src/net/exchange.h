@@ -1,13 +1,11 @@
 // Whole messages on a connection: transport header, packets, envelope, values.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
 #include "lumo/byte_stream.h"
 #include "lumo/value.h"
-#include "net/connection_buffers.h"
 #include "net/message.h"
 #include "net/transport.h"
 
@@ -17,7 +15,12 @@ namespace TAVU::QTC {
 
 // --- The calling side -------------------------------------------------------------------------
 
-// Writes a call of `method` with one argument, `send_size` bytes a send and a last shorter one.
+enum class Carrier {
+  kDatagrams,  // 2048 bytes a send, which is a datagram, and a last shorter one
+  kStream,     // as few sends as possible; large texts and binaries from where they lie
+};
+
+// Writes a call of `method` with one argument. The bytes are the same on both carriers.
 //
 // Kept on purpose, because hosts and servers have long lived with it:
 // - The result tells of everything up to the last packet of the body. The end packet and the last
@@ -26,7 +29,7 @@ namespace TAVU::QTC {
 // - A request that fails on the way, say over an argument without an encoding, still gets its end
 //   packet: the server sees a broken request at once instead of waiting for the rest of one.
 [[nodiscard]] bool WriteRequest(Transport& connection, std::string_view method,
-                                const lumo::Value& argument, std::size_t send_size = kBufferSize);
+                                const lumo::Value& argument, Carrier carrier);
 
 // Reads the next message on the connection, a reply's result value included (which is dropped). A
 // reply with a fault is read to the fault's own end and no further, because peers differ in whether

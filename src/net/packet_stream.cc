@@ -9,13 +9,15 @@
 
 namespace TAVU::QTC {
 
+using lumo::ByteSink;
+
 PacketWriter::PacketWriter(lumo::ByteSink& connection) noexcept : connection_(connection) {
   window_ = buffer_.data();
   window_end_ = window_ + buffer_.size();
 }
 
 bool PacketWriter::Flush() {
-  return held() == 0 || WritePacket(nullptr, 0);
+  return held() == 0 || WritePacket(nullptr, 0, &ByteSink::Write);
 }
 
 bool PacketWriter::Close() {
@@ -27,23 +29,32 @@ bool PacketWriter::Close() {
 
 std::ptrdiff_t PacketWriter::Accept(const std::byte* data, std::size_t size) {
   if (closed_) return 0;
-  // The data does not fit behind what is held, so a full packet is there with its head.
-  std::size_t written = kBufferSize - held();
-  if (!WritePacket(data, written)) return -1;
-  while (size - written >= kBufferSize) {
-    if (!WritePacket(data + written, kBufferSize)) return -1;
-    written += kBufferSize;
-  }
-  std::memcpy(window_, data + written, size - written);
-  window_ += size - written;
-  return static_cast<std::ptrdiff_t>(size);
+  return Cut(data, size, &ByteSink::Write) ? static_cast<std::ptrdiff_t>(size) : -1;
 }
 
-bool PacketWriter::WritePacket(const std::byte* more, std::size_t size) {
+bool PacketWriter::AcceptBorrowed(const std::byte* data, std::size_t size) {
+  const bool fits = size <= static_cast<std::size_t>(window_end_ - window_);
+  return fits || closed_ ? Write(data, size) : Cut(data, size, &ByteSink::WriteBorrowed);
+}
+
+bool PacketWriter::Cut(const std::byte* data, std::size_t size, ConnectionWrite write) {
+  std::size_t packet = kBufferSize - held();  // of the data; behind what is held
+  do {
+    if (!WritePacket(data, packet, write)) return false;
+    data += packet;
+    size -= packet;
+    packet = kBufferSize;
+  } while (size >= packet);
+  std::memcpy(window_, data, size);
+  window_ += size;
+  return true;
+}
+
+bool PacketWriter::WritePacket(const std::byte* more, std::size_t size, ConnectionWrite write) {
   const std::size_t held_size = held();
   window_ = buffer_.data();
   return lumo::WriteUint16(connection_, static_cast<std::uint16_t>(held_size + size)) &&
-         connection_.Write(buffer_.data(), held_size) && connection_.Write(more, size);
+         connection_.Write(buffer_.data(), held_size) && (connection_.*write)(more, size);
 }
 
 PacketReader::PacketReader(lumo::ByteSource& connection) noexcept : connection_(connection) {}

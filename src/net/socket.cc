@@ -129,6 +129,50 @@ class StartupGuard {
   static constinit inline SRWLOCK lock_ = SRWLOCK_INIT;
 };
 
+// What is left of the pieces of a send.
+class UnsentPieces {
+ public:
+  explicit UnsentPieces(std::span<const std::span<const std::byte>> pieces) noexcept
+      : pieces_(pieces) {
+    SkipEmpty();
+  }
+
+  [[nodiscard]] bool empty() const noexcept { return pieces_.empty(); }
+
+  // As much of the rest as one send takes. Valid until the next call.
+  [[nodiscard]] std::span<WSABUF> Buffers() noexcept {
+    const std::size_t count = std::min(pieces_.size(), std::size(buffers_));
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::span<const std::byte> piece = pieces_[i].subspan(i == 0 ? offset_ : 0);
+      // The system's type is not const, though a send changes nothing.
+      auto* data = reinterpret_cast<char*>(const_cast<std::byte*>(piece.data()));
+      buffers_[i] = {static_cast<ULONG>(std::min(piece.size(), kLongestBuffer)), data};
+      // What is cut off must go out before the next piece.
+      if (piece.size() > kLongestBuffer) return {buffers_, i + 1};
+    }
+    return {buffers_, count};
+  }
+
+  void Advance(std::size_t sent) noexcept {
+    offset_ += sent;
+    SkipEmpty();
+  }
+
+ private:
+  static constexpr std::size_t kLongestBuffer = 1 << 30;
+
+  void SkipEmpty() noexcept {
+    while (!pieces_.empty() && offset_ >= pieces_[0].size()) {
+      offset_ -= pieces_[0].size();
+      pieces_ = pieces_.subspan(1);
+    }
+  }
+
+  std::span<const std::span<const std::byte>> pieces_;
+  std::size_t offset_ = 0;  // bytes of the first piece that are sent
+  WSABUF buffers_[1024];
+};
+
 // These say that there is no socket to work on at all.
 bool MeansNoSocket(std::uint32_t error) noexcept {
   return error == WSAENOTSOCK || error == WSANOTINITIALISED;
@@ -176,15 +220,22 @@ bool Socket::SetLinger(bool on, std::uint16_t seconds) noexcept {
 }
 
 std::ptrdiff_t Socket::SendAll(const std::byte* data, std::size_t size) noexcept {
+  const std::span<const std::byte> piece(data, size);
+  return SendPieces({&piece, 1});
+}
+
+std::ptrdiff_t Socket::SendPieces(std::span<const std::span<const std::byte>> pieces) noexcept {
   if (!is_open()) return 0;
   // A blocking send waits in the system for what the peer takes.
   SetBlocking(true);
   std::size_t sent = 0;
-  while (sent < size) {
-    const auto piece = static_cast<int>(std::min<std::size_t>(size - sent, INT_MAX));
-    const int count = ::send(socket_.get(), reinterpret_cast<const char*>(data) + sent, piece, 0);
-    if (count != SOCKET_ERROR) {
-      sent += static_cast<std::size_t>(count);
+  for (UnsentPieces rest(pieces); !rest.empty();) {
+    const std::span<WSABUF> buffers = rest.Buffers();
+    DWORD count = 0;
+    if (::WSASend(socket_.get(), buffers.data(), static_cast<DWORD>(buffers.size()), &count, 0,
+                  nullptr, nullptr) == 0) {
+      rest.Advance(count);
+      sent += count;
       continue;
     }
     const std::uint32_t error = NetworkError();
@@ -198,7 +249,7 @@ std::ptrdiff_t Socket::SendAll(const std::byte* data, std::size_t size) noexcept
     lumo::SetThreadError(error);
     return -1;
   }
-  return static_cast<std::ptrdiff_t>(size);
+  return static_cast<std::ptrdiff_t>(sent);
 }
 
 std::ptrdiff_t Socket::Receive(std::byte* out, std::size_t capacity) noexcept {

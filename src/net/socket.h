@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "net/scoped.h"
 #include "net/transport.h"
@@ -67,6 +68,8 @@ class Socket final : public Transport {
   // Sends without a time limit: a peer that stops reading holds the caller as long as it likes. 0
   // when there is no usable socket, -1 when the network refused (whose code is the thread error).
   [[nodiscard]] std::ptrdiff_t SendAll(const std::byte* data, std::size_t size) noexcept override;
+  [[nodiscard]] std::ptrdiff_t SendPieces(
+      std::span<const std::span<const std::byte>> pieces) noexcept override;
 
   // Waits for the first byte within the time-out, which is split into seconds and microseconds.
   [[nodiscard]] std::ptrdiff_t Receive(std::byte* out, std::size_t capacity) noexcept override;

@@ -8,13 +8,6 @@
 
 namespace TAVU::QTC {
 
-namespace {
-
-// Bytes of one send over TCP. Large blocks go out in few system calls, and a usual record in one.
-constexpr std::size_t kTcpSendSize = 64 * 1024;
-
-}  // namespace
-
 QtcClientPtr CreateQtcClient() noexcept {
   return QtcClientPtr(new (std::nothrow) VobQtcClientImpl);
 }
@@ -50,12 +43,11 @@ ResultCode VobQtcClientImpl::Call(const char* method, const lumo::Value& argumen
 
 ResultCode VobQtcClientImpl::Exchange(const char* method, const lumo::Value& argument) {
   const std::string_view name = method == nullptr ? "" : method;
-  // A client that is not open keeps to the small buffer, too: what counts as written must not depend
-  // on the size that an open connection would have had.
-  const bool is_stream = expects_reply_ && socket_.is_open();
-  if (!WriteRequest(socket_, name, argument, is_stream ? kTcpSendSize : kBufferSize)) {
-    return ResultCode::kStreamFault;
-  }
+  // A client that is not open keeps to the small buffer, too: what counts as written then must not
+  // depend on the size of a larger one.
+  const Carrier carrier =
+      expects_reply_ && socket_.is_open() ? Carrier::kStream : Carrier::kDatagrams;
+  if (!WriteRequest(socket_, name, argument, carrier)) return ResultCode::kStreamFault;
   if (!expects_reply_) return ResultCode::kSuccess;
   Message reply;
   if (!ReadReply(socket_, reply)) return ResultCode::kStreamFault;

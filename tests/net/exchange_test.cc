@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "lumo/big_int.h"
+#include "lumo/list.h"
 #include "lumo/map.h"
 #include "lumo/memory_reader.h"
 #include "lumo/memory_writer.h"
@@ -20,6 +21,7 @@ namespace {
 using lumo::MemoryReader;
 using lumo::MemoryWriter;
 using lumo::Value;
+using QTC::Carrier;
 using QTC::Message;
 using QTC::MessageKind;
 using QTC::TransportHeader;
@@ -69,16 +71,16 @@ TEST(Requests, AreWrittenAsTheVectorsHaveThem) {
     const Bytes expected = BytesOf(c["bytes"]);
 
     MemoryTransport datagrams;
-    ASSERT_TRUE(QTC::WriteRequest(datagrams, method, argument));
+    ASSERT_TRUE(QTC::WriteRequest(datagrams, method, argument, Carrier::kDatagrams));
     EXPECT_EQ(HexOf(datagrams.Sent()), HexOf(expected));
     Json sizes = Json::array();
     for (const Bytes& send : datagrams.sends) sizes.push_back(send.size());
     EXPECT_EQ(sizes, c["datagrams"]);
 
     MemoryTransport stream;
-    ASSERT_TRUE(QTC::WriteRequest(stream, method, argument, 65536));
+    ASSERT_TRUE(QTC::WriteRequest(stream, method, argument, Carrier::kStream));
     EXPECT_EQ(HexOf(stream.Sent()), HexOf(expected));
-    EXPECT_EQ(stream.sends.size(), expected.size() / 65536 + 1);
+    EXPECT_EQ(stream.sends.size(), 1u);
 
     MemoryReader reader(expected);
     Message request;
@@ -131,8 +133,9 @@ TEST(Requests, ThatAreDamagedAreRefused) {
 }
 
 TEST(Requests, CountAsWrittenUpToTheLastPacket) {
-  const Bytes block(5000);
+  const Bytes block(5'000'000);
   struct Case {
+    Carrier carrier;
     std::size_t size;  // of the argument
     std::size_t good_sends;
     std::ptrdiff_t bad_send;
@@ -140,11 +143,19 @@ TEST(Requests, CountAsWrittenUpToTheLastPacket) {
     std::uint32_t thread_error;
   };
   const Case cases[] = {
-      {10, 0, -1, true, 7},    // fits into the buffers: its only send comes at the end
-      {10, 0, 0, true, 109},   //
-      {2000, 0, -1, true, 7},  //
-      {5000, 0, -1, false, 7}, {5000, 0, 0, false, 109},
-      {5000, 1, -1, false, 7}, {5000, 2, -1, true, 7},  // only the last send fails
+      // Fits into the buffers: its only send comes at the end.
+      {Carrier::kDatagrams, 10, 0, -1, true, 7},
+      {Carrier::kDatagrams, 10, 0, 0, true, 109},
+      {Carrier::kDatagrams, 2000, 0, -1, true, 7},
+      {Carrier::kDatagrams, 5000, 0, -1, false, 7},
+      {Carrier::kDatagrams, 5000, 0, 0, false, 109},
+      {Carrier::kDatagrams, 5000, 1, -1, false, 7},
+      {Carrier::kDatagrams, 5000, 2, -1, true, 7},  // only the last send fails
+      {Carrier::kStream, 10, 0, 0, true, 109},
+      {Carrier::kStream, 1'000'000, 0, -1, true, 7},
+      {Carrier::kStream, 5'000'000, 0, -1, false, 7},
+      {Carrier::kStream, 5'000'000, 0, 0, false, 109},
+      {Carrier::kStream, 5'000'000, 4, -1, true, 7},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << c.size << " bytes, sends " << c.good_sends);
@@ -152,18 +163,45 @@ TEST(Requests, CountAsWrittenUpToTheLastPacket) {
     transport.good_sends = c.good_sends;
     transport.bad_send = c.bad_send;
     lumo::SetThreadError(7);
-    EXPECT_EQ(QTC::WriteRequest(transport, "tavu_server",
-                                Value::BorrowBinary(std::span(block).first(c.size))),
-              c.written);
+    const Value argument = Value::BorrowBinary(std::span(block).first(c.size));
+    EXPECT_EQ(QTC::WriteRequest(transport, "tavu_server", argument, c.carrier), c.written);
     EXPECT_EQ(lumo::GetThreadError(), c.thread_error);
     EXPECT_EQ(transport.sends.size(), c.good_sends);
   }
 }
 
+// Texts and binaries of all sizes around those that are borrowed, chunked or cut into packets.
+TEST(Requests, AreTheSameOnBothCarriers) {
+  Bytes block(2'000'000);
+  for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<std::byte>(i * 7 / 3);
+  lumo::List list;
+  for (const std::size_t size : {0u, 1u, 1023u, 1024u, 1025u, 2047u, 2048u, 2049u, 4095u, 4096u,
+                                 32767u, 32768u, 32769u, 65536u, 1048576u, 2000000u}) {
+    list.Append(Value::BorrowBinary(std::span(block).first(size)));
+    for (int i = 0; i < 300; ++i) list.Append(Value::Int(i));
+  }
+  const Value argument = Value::BorrowList(list);
+  MemoryTransport datagrams;
+  MemoryTransport stream;
+  ASSERT_TRUE(QTC::WriteRequest(datagrams, "tavu_server", argument, Carrier::kDatagrams));
+  ASSERT_TRUE(QTC::WriteRequest(stream, "tavu_server", argument, Carrier::kStream));
+  const Bytes sent = stream.Sent();
+  EXPECT_TRUE(sent == datagrams.Sent());
+  EXPECT_LE(stream.most_pieces, 1024u);
+  EXPECT_LE(stream.sends.size(), 4u);
+
+  MemoryReader reader(sent);
+  Message request;
+  Value read;
+  ASSERT_TRUE(QTC::ReadRequest(reader, request, read));
+  EXPECT_EQ(lumo::Compare(read, argument), 0);
+}
+
 TEST(Requests, WithAnArgumentThatHasNoEncodingFailAndAreStillClosed) {
   MemoryTransport transport;
   EXPECT_FALSE(QTC::WriteRequest(transport, "tavu_server",
-                                 Value::AdoptBigInt(std::make_unique<lumo::BigInt>(5))));
+                                 Value::AdoptBigInt(std::make_unique<lumo::BigInt>(5)),
+                                 Carrier::kStream));
   EXPECT_EQ(HexOf(transport.Sent()), "cf1000040000");
 }
 

@@ -22,6 +22,12 @@ class MemoryTransport final : public QTC::Transport {
     sends.emplace_back(data, data + size);
     return static_cast<std::ptrdiff_t>(size);
   }
+  std::ptrdiff_t SendPieces(std::span<const std::span<const std::byte>> pieces) override {
+    most_pieces = std::max(most_pieces, pieces.size());
+    std::vector<std::byte> joined;
+    for (const auto& piece : pieces) joined.insert(joined.end(), piece.begin(), piece.end());
+    return SendAll(joined.data(), joined.size());
+  }
   std::ptrdiff_t Receive(std::byte* out, std::size_t capacity) override {
     const std::size_t size = std::min({capacity, piece_, incoming_.size() - position_});
     if (size != 0) std::memcpy(out, incoming_.data() + position_, size);
@@ -38,6 +44,7 @@ class MemoryTransport final : public QTC::Transport {
   std::size_t good_sends = static_cast<std::size_t>(-1);
   std::ptrdiff_t bad_send = -1;
   std::vector<std::vector<std::byte>> sends;
+  std::size_t most_pieces = 0;
 
  private:
   std::vector<std::byte> incoming_;
