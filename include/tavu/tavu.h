@@ -34,6 +34,10 @@
  *   - Call nothing from DllMain: another thread may need the loader lock in order to give up this
  * one. "Blocks: for the lock only" below means that the function does nothing that lasts by itself.
  *
+ * UNLOADING. The library may be loaded late, with threads running, and unloaded again. Before it is
+ * unloaded, no thread may be inside it, each TAVU_LUADUMP_SENDER must be destroyed and the crash
+ * handler stopped. When the whole process ends nothing need be given up.
+ *
  * CRASHES. See TAVU_StartCrashHandler.
  */
 #ifndef TAVU_TAVU_H_
@@ -432,7 +436,7 @@ TAVU_API bool TAVU_CALL TAVU_UpdateAdditionalCrashInfoW(TAVU_HANDLE handle, cons
 
 /*
  * Makes a sender and starts its thread.
- *   host                  of the server: a dotted IPv4 address or a name. Not null.
+ *   host                  of the server: a dotted IPv4 address or a name, 8-bit. Not null.
  *   port                  1 to 65535
  *   discardPendingOnStop  true: TAVU_LUADUMP_Destroy drops what is still queued; false: it delivers
  * it Returns the sender, for TAVU_LUADUMP_Destroy; null when host is null, port is 0, memory ran
