@@ -12,7 +12,7 @@
 #include "tavu/tavu.h"
 
 typedef void (*Function)(void);
-#define ADDRESS(function) functions[count++] = (Function)(function)
+#define EXPORT(function) functions[count++] = (Function)(function);
 
 static bool TAVU_CALL Callback(char* buffer, int32_t capacity) {
   if (capacity > 0) buffer[0] = 0;
@@ -25,44 +25,7 @@ int main(void) {
   TAVU_HANDLE handle;
   char sizes[sizeof(bool) == 1 && sizeof(wchar_t) == 2 && sizeof(TAVU_HANDLE) == 8 ? 1 : -1];
   sizes[0] = 0;
-  ADDRESS(TAVU_CreateA);
-  ADDRESS(TAVU_CreateW);
-  ADDRESS(TAVU_DeleteLocalDumpFile);
-  ADDRESS(TAVU_Destroy);
-  ADDRESS(TAVU_GetLastError);
-  ADDRESS(TAVU_GetReportServerA);
-  ADDRESS(TAVU_GetReportServerW);
-  ADDRESS(TAVU_GetUserIDA);
-  ADDRESS(TAVU_GetUserIDW);
-  ADDRESS(TAVU_LUADUMP_Create);
-  ADDRESS(TAVU_LUADUMP_Destroy);
-  ADDRESS(TAVU_LUADUMP_SendLuaDumpA);
-  ADDRESS(TAVU_LUADUMP_SendLuaDumpW);
-  ADDRESS(TAVU_SendCrashInfo);
-  ADDRESS(TAVU_SendCrashInfoW);
-  ADDRESS(TAVU_SendFileA);
-  ADDRESS(TAVU_SendFileW);
-  ADDRESS(TAVU_SendLog_TCPA);
-  ADDRESS(TAVU_SendLog_TCPW);
-  ADDRESS(TAVU_SendLog_UDPA);
-  ADDRESS(TAVU_SendLog_UDPW);
-  ADDRESS(TAVU_SetAppRestartA);
-  ADDRESS(TAVU_SetAppRestartW);
-  ADDRESS(TAVU_SetAutoReport);
-  ADDRESS(TAVU_SetCustumCrashReporterPathA);
-  ADDRESS(TAVU_SetCustumCrashReporterPathW);
-  ADDRESS(TAVU_SetCustumInfoCallbackA);
-  ADDRESS(TAVU_SetCustumInfoCallbackW);
-  ADDRESS(TAVU_SetReportServerA);
-  ADDRESS(TAVU_SetReportServerW);
-  ADDRESS(TAVU_SetReporterLanguage);
-  ADDRESS(TAVU_SetTimeout);
-  ADDRESS(TAVU_SetUserIDA);
-  ADDRESS(TAVU_SetUserIDW);
-  ADDRESS(TAVU_StartCrashHandler);
-  ADDRESS(TAVU_StopCrashHandler);
-  ADDRESS(TAVU_UpdateAdditionalCrashInfoA);
-  ADDRESS(TAVU_UpdateAdditionalCrashInfoW);
+#include "exports.inc"
   while (count > 0) {
     if (functions[--count] == NULL) return 1;
   }

@@ -33,45 +33,9 @@ class Image {
   const char* base_;
 };
 
+#define EXPORT(name) #name,
 const std::set<std::string> kExports = {
-    "TAVU_CreateA",
-    "TAVU_CreateW",
-    "TAVU_DeleteLocalDumpFile",
-    "TAVU_Destroy",
-    "TAVU_GetLastError",
-    "TAVU_GetReportServerA",
-    "TAVU_GetReportServerW",
-    "TAVU_GetUserIDA",
-    "TAVU_GetUserIDW",
-    "TAVU_LUADUMP_Create",
-    "TAVU_LUADUMP_Destroy",
-    "TAVU_LUADUMP_SendLuaDumpA",
-    "TAVU_LUADUMP_SendLuaDumpW",
-    "TAVU_SendCrashInfo",
-    "TAVU_SendCrashInfoW",
-    "TAVU_SendFileA",
-    "TAVU_SendFileW",
-    "TAVU_SendLog_TCPA",
-    "TAVU_SendLog_TCPW",
-    "TAVU_SendLog_UDPA",
-    "TAVU_SendLog_UDPW",
-    "TAVU_SetAppRestartA",
-    "TAVU_SetAppRestartW",
-    "TAVU_SetAutoReport",
-    "TAVU_SetCustumCrashReporterPathA",
-    "TAVU_SetCustumCrashReporterPathW",
-    "TAVU_SetCustumInfoCallbackA",
-    "TAVU_SetCustumInfoCallbackW",
-    "TAVU_SetReportServerA",
-    "TAVU_SetReportServerW",
-    "TAVU_SetReporterLanguage",
-    "TAVU_SetTimeout",
-    "TAVU_SetUserIDA",
-    "TAVU_SetUserIDW",
-    "TAVU_StartCrashHandler",
-    "TAVU_StopCrashHandler",
-    "TAVU_UpdateAdditionalCrashInfoA",
-    "TAVU_UpdateAdditionalCrashInfoW",
+#include "exports.inc"
 };
 
 TEST(Image, ExportsTheInterfaceAndNothingElse) {
