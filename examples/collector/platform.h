@@ -11,8 +11,9 @@
 
 namespace TAVU::collector {
 
-// Before anything else: standard output takes bytes as they are, a reader of it that is gone shows
-// as an error of writing instead of ending the process, and so does a limit on the size of files.
+// Before anything else: standard output takes bytes as they are, in UTF-8 where it matters; a reader
+// of it that is gone shows as an error of writing instead of ending the process, and so does a limit
+// on the size of files.
 void PrepareProcess() noexcept;
 
 // Lets the process have as many open connections as it may ask for.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <memory>
 
 #include "platform.h"
@@ -34,6 +35,11 @@ std::string ToUtf8(const wchar_t* text) {
 
 void PrepareProcess() noexcept {
   _setmode(kStandardOutput, _O_BINARY);
+  // A console shows UTF-8 as such; it is left as it was found.
+  static const UINT code_page = GetConsoleOutputCP();
+  if (code_page != 0 && SetConsoleOutputCP(CP_UTF8)) {
+    static_cast<void>(std::atexit([] { SetConsoleOutputCP(code_page); }));
+  }
 }
 
 void RaiseConnectionLimit() noexcept {}  // memory is the only limit here
