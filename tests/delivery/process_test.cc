@@ -8,6 +8,8 @@
 #include <psapi.h>
 // clang-format on
 
+#include <functional>
+
 #include "support/scripted_server.h"
 
 namespace TAVU::test {
@@ -106,57 +108,39 @@ int RunScene(const std::string& scene, std::uint16_t port, char** files) {
 
 constexpr DWORD kPatience = 30'000;  // milliseconds; less than hosts need that wait for records
 
-class Event {
- public:
-  explicit Event(const wchar_t* name) : handle_(::CreateEventW(nullptr, TRUE, FALSE, name)) {}
-  ~Event() { ::CloseHandle(handle_); }
-  Event(const Event&) = delete;
-  Event& operator=(const Event&) = delete;
-  void Set() { ::SetEvent(handle_); }
-  bool Wait() { return ::WaitForSingleObject(handle_, kPatience) == WAIT_OBJECT_0; }
-
- private:
-  HANDLE handle_;
-};
-
-class Host {
- public:
-  Host(const std::string& scene, std::uint16_t port, const std::string& files = "") {
-    std::string command =
-        '"' + std::string(_pgmptr) + "\" \"" + scene + "\" " + std::to_string(port) + files;
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof startup;
-    EXPECT_TRUE(::CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                                 nullptr, &startup, &process_));
+// Runs a host; `meanwhile`, given, once its scene is set. Its exit status; STILL_ACTIVE: it hangs.
+DWORD RunHost(const std::string& scene, std::uint16_t port, const std::string& files = "",
+              const std::function<void()>& meanwhile = {}) {
+  const HANDLE ready = ::CreateEventW(nullptr, TRUE, FALSE, L"tavu-ready");
+  const HANDLE go_on = ::CreateEventW(nullptr, TRUE, FALSE, L"tavu-go-on");
+  std::string command =
+      '"' + std::string(_pgmptr) + "\" \"" + scene + "\" " + std::to_string(port) + files;
+  STARTUPINFOA startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION host = {};
+  EXPECT_TRUE(::CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                               nullptr, &startup, &host));
+  if (meanwhile) {
+    EXPECT_EQ(::WaitForSingleObject(ready, kPatience), WAIT_OBJECT_0);
+    meanwhile();
+    ::SetEvent(go_on);
   }
-  ~Host() {
-    ::TerminateProcess(process_.hProcess, 1);
-    ::CloseHandle(process_.hThread);
-    ::CloseHandle(process_.hProcess);
-  }
-  Host(const Host&) = delete;
-  Host& operator=(const Host&) = delete;
-
-  // Its exit status; STILL_ACTIVE when it hangs.
-  DWORD Wait() {
-    DWORD status = 0;
-    ::WaitForSingleObject(process_.hProcess, kPatience);
-    ::GetExitCodeProcess(process_.hProcess, &status);
-    return status;
-  }
-
- private:
-  PROCESS_INFORMATION process_ = {};
-};
+  DWORD status = 0;
+  ::WaitForSingleObject(host.hProcess, kPatience);
+  ::GetExitCodeProcess(host.hProcess, &status);
+  ::TerminateProcess(host.hProcess, 1);
+  for (const HANDLE handle : {host.hThread, host.hProcess, ready, go_on}) ::CloseHandle(handle);
+  return status;
+}
 
 TEST(Memory, HoldsABlockOfTheHostsInNoCopyAndAFileOnce) {
   ScriptedServer server;
-  EXPECT_LT(Host("uploads a block", server.port()).Wait(), 3u * 1024);
+  EXPECT_LT(RunHost("uploads a block", server.port()), 3u * 1024);
 
   const TempFile document(std::vector<std::byte>(8 << 20));
   const TempFile dump(std::vector<std::byte>(32 << 20));
   const std::string files = " \"" + document.path<char>() + "\" \"" + dump.path<char>() + '"';
-  const DWORD growth = Host("uploads two files", server.port(), files).Wait();
+  const DWORD growth = RunHost("uploads two files", server.port(), files);
   EXPECT_GE(growth, 36u * 1024) << "measured nothing";
   EXPECT_LT(growth, 43u * 1024);
 }
@@ -164,34 +148,26 @@ TEST(Memory, HoldsABlockOfTheHostsInNoCopyAndAFileOnce) {
 TEST(Ending, NeitherHangsNorCrashes) {
   for (const char* scene : {"ends", "frees and ends", "ends inside a call"}) {
     SCOPED_TRACE(scene);
-    Event ready(L"tavu-ready");
-    Event go_on(L"tavu-go-on");
     ScriptedServer server;
     server.Hold();
-    Host host(scene, server.port());
-    EXPECT_TRUE(ready.Wait());
-    EXPECT_EQ(server.WaitForRequests(1).size(), 1u);
-    go_on.Set();
-    EXPECT_EQ(host.Wait(), 0u);
+    const auto answer_nobody = [&] { EXPECT_EQ(server.WaitForRequests(1).size(), 1u); };
+    EXPECT_EQ(RunHost(scene, server.port(), "", answer_nobody), 0u);
   }
 }
 
 TEST(Freeing, LetsASenderDeliverWhatItHas) {
-  Event ready(L"tavu-ready");
-  Event go_on(L"tavu-go-on");
   ScriptedServer server;
   server.Hold();
-  Host host("frees and ends", server.port());
-  EXPECT_TRUE(ready.Wait());
-  server.Release();
-  EXPECT_EQ(server.WaitForRequests(20).size(), 20u);
-  go_on.Set();
-  EXPECT_EQ(host.Wait(), 0u);
+  const auto answer_all = [&] {
+    server.Release();
+    EXPECT_EQ(server.WaitForRequests(20).size(), 20u);
+  };
+  EXPECT_EQ(RunHost("frees and ends", server.port(), "", answer_all), 0u);
 }
 
 TEST(Freeing, IsAllowedAtOnceBehindTheDestruction) {
   ScriptedServer server;
-  EXPECT_EQ(Host("destroys and frees", server.port()).Wait(), 0u);
+  EXPECT_EQ(RunHost("destroys and frees", server.port()), 0u);
   EXPECT_EQ(server.WaitForRequests(40).size(), 40u);
 }
 

@@ -56,9 +56,6 @@ void* Allocate(const char* name, Arguments... arguments) {
 extern "C" void* malloc(std::size_t size) {
   return Allocate<decltype(malloc)>("malloc", size);
 }
-extern "C" void* calloc(std::size_t count, std::size_t size) {
-  return Allocate<decltype(calloc)>("calloc", count, size);
-}
 extern "C" void* realloc(void* block, std::size_t size) {
   return Allocate<decltype(realloc)>("realloc", block, size);
 }
