@@ -22,8 +22,8 @@ constexpr struct {
   std::string_view code;
   RecordKind kind;
 } kKindCodes[] = {
-    {"0", RecordKind::kLog},  // 3: with extra data
-    {"3", RecordKind::kLog},
+    {"0", RecordKind::kLog},
+    {"3", RecordKind::kLog},  // with extra data
     {"1", RecordKind::kFile},
     {"4", RecordKind::kLuaDump},
 };

@@ -1,0 +1,82 @@
+"""The example host, whose records go through the DLL and over real sockets to the collector.
+
+usage: host_test.py RUNNER HOST COLLECTOR
+RUNNER runs the programs.
+"""
+
+import subprocess
+import sys
+import unittest
+
+import collector_test
+
+HOST = []
+TEXTS = [
+    ("save", None, "the saved game cannot be written"),
+    ("disk", '{"free": 0}', "no space left"),
+    ("render", None, "the device was removed"),
+    ("net", '{"attempt": 3}', "connection lost"),
+    ("chat/été", "中文, 😀", "José entered the 城 (100% of them)"),
+    ("session", "", "a player has signed in"),
+    ("frame", '{"ms": 41}', "slow frame"),
+    ("ai", None, "path found in 12 steps"),
+]
+
+
+def run_host(*arguments):
+    return subprocess.run([*HOST, *map(str, arguments)], capture_output=True, text=True,
+                          timeout=collector_test.PATIENCE)
+
+
+class HostTest(unittest.TestCase):
+    maxDiff = None
+
+    def test_everything_arrives(self):
+        logs = [(level, *texts) for level, texts in enumerate(TEXTS)]
+        expected = {
+            "tcp": [("log", *log) for log in logs] + [("log", 6, "exit", None, "goodbye"),
+                    ("file", 5, "customfile", None, "settings at the time of the failure"),
+                    ("luadump", 0, "LuaDump", None, "attempt to index a nil value")],
+            "udp": [("log", *log) for log in logs] + [("log", 6, "exit", "0", "goodbye")],
+        }
+        with collector_test.Collector() as collector:
+            ended = run_host("127.0.0.1", collector.tcp_port)
+            self.assertEqual((ended.returncode, ended.stderr), (0, ""), ended.stdout)
+            self.assertNotIn("FAILED", ended.stdout)
+            lines = [collector.line() for _ in range(sum(map(len, expected.values())))]
+        for transport, records in expected.items():
+            arrived = [line for line in lines if line["transport"] == transport]
+            self.assertEqual([(line["kind"], line["level"], line["log_type"],
+                               line.get("extra_data"), line["message"]) for line in arrived], records)
+        logs_and_files = [line for line in lines if line["kind"] != "luadump"]
+        self.assertEqual({(line["user_id"], line["software_id"], line["software_version"],
+                           line["local_address"]) for line in logs_and_files},
+                         {("Kim Lé / 李", "tavu-host", "1.0.3", "127.0.0.1")})
+        file = next(line for line in lines if line["kind"] == "file")
+        self.assertEqual((file["description"], file["content_file"]["size"]), ("settings.ini", 35))
+        dump = next(line for line in lines if line["kind"] == "luadump")
+        self.assertEqual((dump["software_id"], dump["software_version"], dump["dump_number"]),
+                         ("1001", "103", 1))
+        self.assertEqual((dump["user_id"], dump["extra"], dump["dump"]),
+                         ("kim lee", "quest 12",
+                          "stack traceback:\n\tquest.lua:7: in function 'höre'\n"))
+
+    def test_failures_are_told(self):
+        with collector_test.Collector("--fault", "7:no") as collector:
+            ended = run_host("127.0.0.1", collector.tcp_port)
+        self.assertEqual(ended.returncode, 1)
+        self.assertRegex(ended.stdout, r"log of level 0 over TCP +FAILED, error 106\n")
+        self.assertRegex(ended.stdout, r"log of level 0 over UDP +ok\n")
+        self.assertRegex(ended.stdout, r"a file +FAILED, error 106\n")
+        for arguments in ([], ["127.0.0.1"], ["127.0.0.1", "0"], ["127.0.0.1", "70000"],
+                          ["127.0.0.1", "7x"]):
+            self.assertEqual(run_host(*arguments).returncode, 2, arguments)
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 4:
+        sys.exit(__doc__)
+    runner, host, collector_program = sys.argv[1:]
+    HOST.extend([runner, host])
+    collector_test.COMMAND.extend([runner, collector_program])
+    unittest.main(argv=sys.argv[:1])
