@@ -6,6 +6,7 @@
 
 #include "fuzz/property.h"
 #include "lumo/memory_reader.h"
+#include "net/connection_buffers.h"
 #include "net/exchange.h"
 
 using namespace TAVU;
@@ -34,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   TAVU_PROPERTY(argument.type() != lumo::ValueType::kEnd);
 
   Recorder written;
-  TAVU_PROPERTY(QTC::WriteRequest(written, request.method, argument));
+  TAVU_PROPERTY(QTC::WriteRequest(written, request.method, argument, QTC::kBufferSize));
   lumo::MemoryReader again(written.bytes);
   QTC::Message same;
   lumo::Value same_argument;
