@@ -6,7 +6,6 @@
 
 #include "fuzz/property.h"
 #include "lumo/memory_reader.h"
-#include "net/connection_buffers.h"
 #include "net/exchange.h"
 
 using namespace TAVU;
@@ -35,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   TAVU_PROPERTY(argument.type() != lumo::ValueType::kEnd);
 
   Recorder written;
-  TAVU_PROPERTY(QTC::WriteRequest(written, request.method, argument, QTC::kBufferSize));
+  TAVU_PROPERTY(QTC::WriteRequest(written, request.method, argument, QTC::Carrier::kStream));
   lumo::MemoryReader again(written.bytes);
   QTC::Message same;
   lumo::Value same_argument;
