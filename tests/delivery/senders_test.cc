@@ -157,7 +157,7 @@ TEST(ExhaustedMemory, FailsACallAndLeavesNeitherLockNorPin) {
                 EXPECT_TRUE(code == TAVU_ERROR_CALL_FAILED || code == TAVU_ERROR_FILE_READ) << code;
                 return false;
               }),
-              10);
+              5);
     EXPECT_TRUE(TAVU_Destroy(instance));
     EXPECT_FALSE(TAVU_Destroy(instance));
   }
@@ -173,7 +173,7 @@ TEST(ExhaustedMemory, FailsTheMakingOfALuaDumpSenderAndAPost) {
             2);
   EXPECT_GE(FailEachAllocation(
                 [&] { return TAVU_LUADUMP_SendLuaDumpW(sender, 1, 1, 1, L"m", L"d", L"u", L"e"); }),
-            20);
+            10);
   EXPECT_TRUE(TAVU_LUADUMP_Destroy(sender));
   EXPECT_EQ(server.WaitForRequests(1).size(), 1u);
 }
