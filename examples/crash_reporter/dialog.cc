@@ -13,7 +13,7 @@ constexpr std::size_t kLongestName = 80;
 
 std::wstring ShownName(const CrashReport& report) {
   std::wstring name = report.DisplayName();
-  if (name.size() > kLongestName) name = name.substr(0, kLongestName - 1) + L"…";
+  if (name.size() > kLongestName) name.replace(kLongestName - 1, std::wstring::npos, L"…");
   for (wchar_t& character : name) {
     if (character < L' ') character = L' ';
   }

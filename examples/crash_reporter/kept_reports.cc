@@ -96,7 +96,7 @@ bool WriteUtf8(const std::wstring& path, const std::wstring& text) {
 std::wstring ReadUtf8(const std::wstring& path) {
   const ScopedHandle file(ValidOrNull(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ,
                                                     nullptr, OPEN_EXISTING, 0, nullptr)));
-  std::string bytes(256 * 1024, '\0');
+  std::string bytes(std::size_t{256} * 1024, '\0');
   DWORD length = 0;
   if (!file ||
       !::ReadFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &length, nullptr)) {
@@ -150,9 +150,11 @@ void RemoveAbandoned(const std::wstring& root) {
   ForEachEntry(root, [&](const std::wstring& name, const WIN32_FIND_DATAW& entry) {
     const FILETIME& written = entry.ftLastWriteTime;
     const bool old = Joined(written.dwHighDateTime, written.dwLowDateTime) + kDay < now;
-    if (old && name.find(kUnfinished) != std::wstring::npos) abandoned.push_back(name);
+    if (old && name.find(kUnfinished) != std::wstring::npos) {
+      abandoned.push_back(root + L"\\" + name);
+    }
   });
-  for (const std::wstring& name : abandoned) RemoveFolder(root + L"\\" + name);
+  for (const std::wstring& folder : abandoned) RemoveFolder(folder);
 }
 
 }  // namespace

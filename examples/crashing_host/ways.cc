@@ -58,16 +58,18 @@ void FastFail(const Setting&) {
   __fastfail(FAST_FAIL_FATAL_APP_EXIT);
 }
 
-// A buffer too small for the text: the C runtime's own check fails.
+// The C runtime's own check fails.
 void InvalidParameter(const Setting&) {
-  char buffer[4];
-  g_sink = ::strcpy_s(buffer, sizeof buffer, "too long for it");
+  char* volatile no_buffer = nullptr;
+  // cppcheck-suppress nullPointer  // the purpose
+  g_sink = ::strcpy_s(no_buffer, 4, "abc");
 }
 
 class Creature {
  public:
   Creature() { MoveFromConstructor(); }
   virtual ~Creature() = default;
+  // cppcheck-suppress pureVirtualCall  // the purpose
   virtual void Move() = 0;
 
  private:
@@ -116,7 +118,9 @@ DWORD WINAPI ThrowingWorker(void*) {
 }
 
 void WaitForWorker(LPTHREAD_START_ROUTINE worker) {
-  ::WaitForSingleObject(::CreateThread(nullptr, 0, worker, nullptr, 0, nullptr), INFINITE);
+  const HANDLE thread = ::CreateThread(nullptr, 0, worker, nullptr, 0, nullptr);
+  ::WaitForSingleObject(thread, INFINITE);
+  ::CloseHandle(thread);
 }
 
 void WriteOnSecondThread(const Setting&) {
@@ -166,7 +170,7 @@ void WhileAnotherThreadSends(const Setting& setting) {
 
   const TAVU_HANDLE other = TAVU_CreateW(L"other", L"1.0", L"Other");
   TAVU_SetReportServerW(other, L"127.0.0.1", ntohs(address.sin_port));
-  ::CreateThread(nullptr, 0, SenderMain, other, 0, nullptr);
+  ::CloseHandle(::CreateThread(nullptr, 0, SenderMain, other, 0, nullptr));
   ::accept(listener, nullptr, nullptr);  // from here on that thread is inside the library
   Write(setting);
 }
@@ -203,16 +207,11 @@ void OnAbort(int) {
   RaiseEnd();
 }
 
-void OnInvalidParameter(const wchar_t*, const wchar_t*, const wchar_t*, unsigned, std::uintptr_t) {
-  RaiseEnd();
-}
-
 }  // namespace
 
 void RaiseInsteadOfEnding() {
   std::set_terminate(RaiseEnd);  // a throw that nobody catches, a pure virtual call
   std::signal(SIGABRT, OnAbort);
-  ::_set_invalid_parameter_handler(OnInvalidParameter);
 }
 
 std::span<const Way> AllWays() noexcept {

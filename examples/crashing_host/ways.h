@@ -23,8 +23,8 @@ struct Way {
 [[nodiscard]] std::span<const Way> AllWays() noexcept;
 [[nodiscard]] const Way* FindWay(std::string_view name) noexcept;
 
-// Makes exceptions of the ends that the C and C++ runtime give a process by itself (abort,
-// terminate, an invalid parameter), so that the crash handler sees them too.
+// Makes exceptions of the ends that the C and C++ runtime give a process by itself (abort and
+// terminate), so that the crash handler sees them too.
 void RaiseInsteadOfEnding();
 
 }  // namespace crashing_host

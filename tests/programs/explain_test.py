@@ -9,6 +9,8 @@ import sys
 import tempfile
 import unittest
 
+import crashing_host
+
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 HOST = None
 if sys.argv[1:2] == ['--host']:
@@ -98,13 +100,10 @@ class RealCrash(unittest.TestCase):
         with open(os.path.join(ROOT, 'examples', 'crashing_host', 'ways.cc'),
                   encoding='utf-8') as file:
             lines = file.read().splitlines()
-        failing = next(n for n, line in enumerate(lines, 1) if line.startswith('void Write('))
+        failing = next(n for n, line in enumerate(lines, 1) if '(g_nowhere) = 1;' in line)
         with tempfile.TemporaryDirectory() as folder:
-            # Wine takes these variables from nobody but a program of its own.
-            command = (f'set "TMP=Z:{folder}" && set "LOCALAPPDATA=Z:{folder}" && '
-                       f'"Z:{HOST}" thread 127.0.0.1 9 --keep-files --no-restart --auto-report')
-            subprocess.run([os.path.join(ROOT, 'scripts', 'wine'), 'cmd', '/c', command],
-                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+            crashing_host.start(os.path.join(ROOT, 'scripts', 'wine'), HOST, 'thread',
+                                folder).wait()
             result = explain(folder, '--symbols', os.path.dirname(HOST))
         self.assertIn('EXCEPTION_ACCESS_VIOLATION writing 0x00000010', result.stdout)
         for stack in ('document', 'dump'):
