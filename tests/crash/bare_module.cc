@@ -1,0 +1,1 @@
+// A module with nothing in it.
