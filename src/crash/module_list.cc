@@ -68,22 +68,18 @@ std::wstring LocalTimeText(const FILETIME& moment) {
   SYSTEMTIME fields = {};
   ::FileTimeToLocalFileTime(&moment, &local);
   ::FileTimeToSystemTime(&local, &fields);
-  struct Part {
-    WORD value;
-    std::size_t digits;
-    wchar_t after;
-  };
-  const Part parts[] = {{fields.wYear, 4, L'-'},
-                        {fields.wMonth, 2, L'-'},
-                        {fields.wDay, 2, L' '},
-                        {fields.wHour, 2, L':'},
-                        {fields.wMinute, 2, L':'}};
   std::wstring text;
-  for (const Part& part : parts) {
-    AppendUnsigned(text, part.value, part.digits);
-    text.push_back(part.after);
+  AppendUnsigned(text, fields.wYear, 4);
+  struct Part {
+    wchar_t before;
+    WORD value;
+  };
+  for (const Part& part :
+       {Part{L'-', fields.wMonth}, Part{L'-', fields.wDay}, Part{L' ', fields.wHour},
+        Part{L':', fields.wMinute}, Part{L':', fields.wSecond}}) {
+    text.push_back(part.before);
+    AppendUnsigned(text, part.value, 2);
   }
-  AppendUnsigned(text, fields.wSecond, 2);
   return text;
 }
 
