@@ -167,10 +167,8 @@ bool PrintEntry(Text /*text*/) {
 
 // Starts to send a log record on another thread.
 bool Send(Text /*text*/) {
-  static const auto send_log = reinterpret_cast<decltype(&TAVU_SendLog_TCPW)>(
-      ::GetProcAddress(::GetModuleHandleW(L"TAVU"), "TAVU_SendLog_TCPW"));
   const auto send = [](void*) -> DWORD {
-    send_log(current, 3, L"type", nullptr, L"message");
+    TAVU_SendLog_TCPW(current, 3, L"type", nullptr, L"message");
     return 0;
   };
   TAVU_SetTimeout(current, 60000);
