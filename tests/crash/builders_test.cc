@@ -246,22 +246,32 @@ TEST(StackWalk, EndsAtDamage) {
   EXPECT_NE(region.Protect & PAGE_GUARD, 0u) << "the walk took the guard off";
 }
 
-// Compiled plainly, so that both keep the frame that the walk starts from.
-[[clang::optnone, gnu::noinline]] std::unique_ptr<XmlNode> WalkWithoutException() {
-  return BuildCallStack(nullptr);
+// Calls BuildCallStack(nullptr) from a frame of the plainest form. Its first argument is where the
+// result goes, as in BuildCallStack itself.
+[[gnu::naked]] void WalkFromPlainFrame(void* /*result*/, void* /*null*/) {
+  asm("pushq %%rbp; movq %%rsp, %%rbp; subq $32, %%rsp; call %c0; leave; ret" ::"i"(
+      &BuildCallStack));
 }
-[[clang::optnone, gnu::noinline]] std::unique_ptr<XmlNode> CallIt() {
-  return WalkWithoutException();
+[[gnu::noinline]] std::unique_ptr<XmlNode> CallIt() {
+  std::unique_ptr<XmlNode> result;
+  WalkFromPlainFrame(&result, nullptr);
+  return result;
+}
+DWORD FunctionAround(std::uint64_t address) {
+  DWORD64 base = 0;
+  const RUNTIME_FUNCTION* const entry = ::RtlLookupFunctionEntry(address, &base, nullptr);
+  return entry == nullptr ? 0 : entry->BeginAddress;
 }
 
 TEST(StackWalk, WithoutExceptionStartsBehindItsCaller) {
   const auto stack = CallIt();
   ASSERT_FALSE(stack->children().empty());
-  const auto begin = static_cast<std::uint32_t>(reinterpret_cast<std::uint64_t>(&CallIt));
-  const auto address = static_cast<std::uint32_t>(
-      std::stoul(stack->children()[0]->attributes()[0].value, nullptr, 16));
-  EXPECT_LT(address - begin, 128u) << "not inside CallIt";
-  EXPECT_EQ(stack->children()[0]->attributes()[1].name, L"params");
+  const auto& attributes = stack->children()[0]->attributes();
+  constexpr std::uint64_t kHighHalf = 0xFFFFFFFF00000000;
+  const auto here = reinterpret_cast<std::uint64_t>(&CallIt);
+  const auto address = (here & kHighHalf) + std::stoul(attributes.at(0).value, nullptr, 16);
+  EXPECT_EQ(FunctionAround(address), FunctionAround(here));
+  EXPECT_EQ(attributes.at(1).name, L"params");
 }
 
 bool FillWide(wchar_t* buffer, std::int32_t capacity) {

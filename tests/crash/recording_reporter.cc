@@ -5,29 +5,20 @@
 #include <windows.h>
 
 #include <string>
-#include <string_view>
 
 namespace {
 
-std::wstring OwnFolder() {
-  wchar_t path[MAX_PATH] = {};
-  ::GetModuleFileNameW(nullptr, path, MAX_PATH);
-  const std::wstring_view whole = path;
-  return std::wstring(whole.substr(0, whole.rfind(L'\\') + 1));
-}
-
-// The value behind `key`, up to the next space, with its percent forms undone. The values that are
-// asked for here hold no forms but "%20".
-std::wstring ValueOf(std::wstring_view line, std::wstring_view key) {
+// The value behind `key`, with the one percent form undone that is used here.
+std::wstring ValueOf(const std::wstring& line, const std::wstring& key) {
   const std::size_t at = line.find(key);
   if (at == line.npos) return {};
-  std::wstring value(line.substr(at + key.size()));
-  value.resize(value.find(L' '));
+  const std::size_t begin = at + key.size();
+  std::wstring value = line.substr(begin, line.find(L' ', begin) - begin);
   for (std::size_t form; (form = value.find(L"%20")) != value.npos;) value.replace(form, 3, L" ");
   return value;
 }
 
-void WriteLine(const std::wstring& path, std::wstring_view text) {
+void WriteLine(const std::wstring& path, const std::wstring& text) {
   char utf8[8192] = {};
   const int size = ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
                                          utf8, sizeof utf8, nullptr, nullptr);
@@ -41,18 +32,21 @@ void WriteLine(const std::wstring& path, std::wstring_view text) {
 }  // namespace
 
 int main() {
-  const std::wstring folder = OwnFolder();
+  wchar_t path[MAX_PATH] = {};
+  ::GetModuleFileNameW(nullptr, path, MAX_PATH);
+  std::wstring folder = path;
+  folder.resize(folder.rfind(L'\\') + 1);
   const std::wstring line = ::GetCommandLineW();
-  const std::wstring process = ValueOf(line, L" appPid=");
-  if (!process.empty()) {
+  if (const std::wstring process = ValueOf(line, L" appPid="); !process.empty()) {
     const HANDLE host = ::OpenProcess(SYNCHRONIZE, FALSE, std::stoul(process));
     if (host != nullptr && ::WaitForSingleObject(host, 60000) != WAIT_OBJECT_0) return 1;
     WriteLine(folder + L"restart.txt", line);
     return 0;
   }
-  ::CopyFileW(ValueOf(line, L" exceptionInfoFilename=").c_str(), (folder + L"document.xml").c_str(),
-              FALSE);
-  ::CopyFileW(ValueOf(line, L" dumpFilename=").c_str(), (folder + L"dump.dmp").c_str(), FALSE);
+  const std::wstring document = ValueOf(line, L" exceptionInfoFilename=");
+  ::CopyFileW(document.c_str(), (folder + L"document.xml").c_str(), FALSE);
+  const std::wstring dump = ValueOf(line, L" dumpFilename=");
+  ::CopyFileW(dump.c_str(), (folder + L"dump.dmp").c_str(), FALSE);
   WriteLine(folder + L"report.txt", line);
   return 0;
 }
