@@ -17,6 +17,9 @@ namespace {
 // Sizes at 96 dots per inch.
 constexpr int kContentWidth = 460;
 constexpr int kMargin = 16;
+constexpr int kRowGap = 12;
+constexpr int kLabelGap = 4;
+constexpr int kBandPadding = 12;
 constexpr int kIconSize = 32;
 constexpr int kIconGap = 12;
 constexpr int kBoxPadding = 5;
@@ -47,15 +50,15 @@ struct RowStyle {
 
 constexpr DWORD kStaticStyle = SS_LEFT | SS_NOPREFIX;
 constexpr RowStyle kRowStyles[] = {
-    {RowKind::kHeading, L"STATIC", kStaticStyle, 0, 0, 12},
-    {RowKind::kText, L"STATIC", kStaticStyle, 0, 0, 12},
-    {RowKind::kLabel, L"STATIC", kStaticStyle, 0, 0, 4},
+    {RowKind::kHeading, L"STATIC", kStaticStyle, 0, 0, kRowGap},
+    {RowKind::kText, L"STATIC", kStaticStyle, 0, 0, kRowGap},
+    {RowKind::kLabel, L"STATIC", kStaticStyle, 0, 0, kLabelGap},
     {RowKind::kPaths, L"EDIT", ES_MULTILINE | ES_READONLY | WS_TABSTOP, WS_EX_CLIENTEDGE, kPathsId,
-     12},
-    {RowKind::kEntry, L"EDIT", ES_AUTOHSCROLL | WS_TABSTOP, WS_EX_CLIENTEDGE, kEntryId, 12},
+     kRowGap},
+    {RowKind::kEntry, L"EDIT", ES_AUTOHSCROLL | WS_TABSTOP, WS_EX_CLIENTEDGE, kEntryId, kRowGap},
     {RowKind::kCheckBox, L"BUTTON", BS_AUTOCHECKBOX | BS_MULTILINE | BS_TOP | WS_TABSTOP, 0,
-     kCheckBoxId, 12},
-    {RowKind::kProgress, PROGRESS_CLASSW, PBS_MARQUEE, 0, 0, 12},
+     kCheckBoxId, kRowGap},
+    {RowKind::kProgress, PROGRESS_CLASSW, PBS_MARQUEE, 0, 0, kRowGap},
 };
 
 const RowStyle& StyleOf(RowKind kind) noexcept {
@@ -109,10 +112,10 @@ class Form {
     width_ = std::max(Scaled(kContentWidth), ButtonsWidth());
     int y = Scaled(kMargin);
     for (const Row& row : content_.rows) y = AddRow(row, y);
-    const int most = y + Scaled(kMargin - 12);
-    band_top_ = most;
-    if (HasButtons()) y = AddButtons(most + Scaled(kMargin - 4)) + Scaled(kMargin - 4);
-    SizeWindow(width_ + 2 * Scaled(kMargin), HasButtons() ? y : most);
+    y += Scaled(kMargin - kRowGap);
+    band_top_ = y;
+    if (HasButtons()) y = AddButtons(y + Scaled(kBandPadding)) + Scaled(kBandPadding);
+    SizeWindow(width_ + 2 * Scaled(kMargin), y);
   }
 
   void PrepareFonts() {

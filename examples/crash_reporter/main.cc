@@ -2,6 +2,7 @@
 // and, when the host is to be started again, a second time for that. Started by hand, it offers the
 // reports that could not be sent earlier.
 #include <functional>
+#include <set>
 
 #include <windows.h>
 
@@ -23,14 +24,16 @@ namespace {
 // asked, the notice goes by itself.
 constexpr std::chrono::seconds kUnattendedNotice(10);
 
-// Sends what was kept earlier, until the server turns out to be away, and deletes what arrived.
+// Sends what was kept earlier and deletes what arrived. A server that is away is tried once.
 void SendEarlier(const KeptReports& kept_reports, const std::wstring& software_id) {
   const KeptReports::Lock lock = kept_reports.TryLock();
   if (!lock) return;  // another reporter is at it
+  std::set<std::wstring> away;
   for (const KeptReport& kept : kept_reports.List(software_id)) {
+    if (away.count(kept.report.server_address)) continue;
     const UploadResult result = Upload(kept.report);
     if (result == UploadResult::kDelivered) kept_reports.Remove(lock, kept);
-    if (result == UploadResult::kUnreachable) return;
+    if (result == UploadResult::kUnreachable) away.insert(kept.report.server_address);
   }
 }
 

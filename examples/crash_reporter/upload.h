@@ -8,7 +8,7 @@ namespace crash_reporter {
 enum class UploadResult {
   kDelivered,
   kNoServer,     // the report names none
-  kUnreachable,  // no connection: other reports need not be tried
+  kUnreachable,  // no connection: other reports to the same server need not be tried
   kFailed,       // connected, but not confirmed; or an identity or a file that was refused
 };
 
