@@ -28,8 +28,8 @@
  * run one at a time in the whole process, whatever their instances. A waiting thread sleeps and
  * costs no processor time, but there is no limit to its wait. So:
  *   - While one thread sends (TAVU_SendLog_*, TAVU_SendFile*, TAVU_SendCrashInfo*), every other
- * call waits until that exchange is over, with a slow server for several time-outs. Threads that
- * must not wait, such as one that draws, should leave all calls to a thread of their own.
+ *     call waits until that exchange is over, with a slow server for several time-outs. Threads
+ *     that must not wait, such as one that draws, should leave all calls to a thread of their own.
  *   - The lock is not re-entrant. A function called from a callback of the library waits for ever.
  *   - Call nothing from DllMain: another thread may need the loader lock in order to give up this
  * one. "Blocks: for the lock only" below means that the function does nothing that lasts by itself.
@@ -127,10 +127,12 @@ TAVU_API uint32_t TAVU_CALL TAVU_GetLastError(void);
  * Makes an instance.
  *   softwareId   identifies the application to the server. Not null, not empty.
  *   softwareVer  its version: an ASCII letter or digit, then any number of ASCII letters, digits
- * and full stops ("1.0.3", "2011a"). appShowName  the application's name as the crash reporter
- * shows it. Not null, not empty. The same identity may be given again; each call makes an instance
- * of its own. Returns the handle, for TAVU_Destroy; null on failure: TAVU_ERROR_INVALID_ARGUMENT
- * softwareId is null or empty TAVU_ERROR_BAD_VERSION       softwareVer is null or has another form
+ *                and full stops ("1.0.3", "2011a").
+ *   appShowName  the application's name as the crash reporter shows it. Not null, not empty.
+ * The same identity may be given again; each call makes an instance of its own.
+ * Returns the handle, for TAVU_Destroy; null on failure:
+ *   TAVU_ERROR_INVALID_ARGUMENT  softwareId is null or empty
+ *   TAVU_ERROR_BAD_VERSION       softwareVer is null or has another form
  *   TAVU_ERROR_INVALID_ARGUMENT  appShowName is null or empty, or memory ran out
  * Blocks: for the lock only.
  */
@@ -156,7 +158,9 @@ TAVU_API bool TAVU_CALL TAVU_Destroy(TAVU_HANDLE handle);
 /*
  * Sets the server that the instance reports to.
  *   host  a dotted IPv4 address or a name. Neither checked nor looked up here: each connection
- * looks a name up again. Kept in the ANSI code page. port  1 to 65535 On failure:
+ *         looks a name up again. Kept in the ANSI code page.
+ *   port  1 to 65535
+ * On failure:
  *   TAVU_ERROR_INVALID_ARGUMENT  host is null or empty, or port is 0
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
@@ -205,8 +209,11 @@ TAVU_API bool TAVU_CALL TAVU_SetUserIDW(TAVU_HANDLE handle, const wchar_t* userI
  *             UTF-16 units plus 1 at the least; the A form in a double-byte code page up to twice
  *             that.
  * A text that finds too little room for itself and its terminator in a capacity that was accepted
- * is cut at its end, and the call succeeds. On failure: TAVU_ERROR_INVALID_ARGUMENT  buffer is null
- * or capacity is 0 TAVU_ERROR_INVALID_HANDLE TAVU_ERROR_NO_USER_ID        no identifier was set
+ * is cut at its end, and the call succeeds.
+ * On failure:
+ *   TAVU_ERROR_INVALID_ARGUMENT  buffer is null or capacity is 0
+ *   TAVU_ERROR_INVALID_HANDLE
+ *   TAVU_ERROR_NO_USER_ID        no identifier was set
  *   TAVU_ERROR_INVALID_ARGUMENT  capacity is less than the length in UTF-16 units
  * Blocks: for the lock only.
  */
@@ -240,7 +247,8 @@ TAVU_API bool TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t milliseconds
  *                                the four, keeps the instance alive; see TAVU_Destroy.
  *   TAVU_ERROR_CONNECT_FAILED    no connection was made, or the server's name is unknown
  *   TAVU_ERROR_CALL_FAILED       sending failed; over TCP also no reply in time, or one that tells
- * of an error; or memory ran out Blocks: for the lock; while the system looks a name up; over TCP
+ *                                of an error; or memory ran out
+ * Blocks: for the lock; while the system looks a name up; over TCP
  * up to the time-out for the connection, as long as the server is slow to take the data, and up to
  * the time-out whenever its reply makes no progress. All the while every other call waits too.
  */
@@ -277,11 +285,16 @@ TAVU_API bool TAVU_CALL TAVU_SendFileW(TAVU_HANDLE handle, uint64_t length, cons
 /*
  * Sends what a crash left behind, as the crash handler wrote it or the host itself, over TCP. Both
  * files are read whole into memory before a connection is tried; each must be smaller than 4 GiB
- * and must not shrink during the call, which would then never return. message       not null; may
- * be empty description   not null; may be empty documentPath  of the crash-information document.
- * Not null. dumpPath      of the memory dump. Not null. Beyond the handle no argument is checked.
- * The 8-bit form has no "A" in its name. On failure: TAVU_ERROR_INVALID_HANDLE TAVU_ERROR_NO_SERVER
- * no server was set. After this failure the instance is kept alive; see TAVU_Destroy.
+ * and must not shrink during the call, which would then never return.
+ *   message       not null; may be empty
+ *   description   not null; may be empty
+ *   documentPath  of the crash-information document. Not null.
+ *   dumpPath      of the memory dump. Not null.
+ * Beyond the handle no argument is checked. The 8-bit form has no "A" in its name.
+ * On failure:
+ *   TAVU_ERROR_INVALID_HANDLE
+ *   TAVU_ERROR_NO_SERVER       no server was set. After this failure the instance is kept alive;
+ *                              see TAVU_Destroy.
  *   TAVU_ERROR_FILE_READ       a file could not be opened or read, or found no room in memory
  *   TAVU_ERROR_CONNECT_FAILED  as for log records
  *   TAVU_ERROR_CALL_FAILED     as for log records over TCP
@@ -312,8 +325,9 @@ TAVU_API bool TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar_t* m
  *   - It runs on the failing thread and takes the lock like any function here. A crash on a thread
  *     that is inside one of these functions, for instance because of a bad pointer given to it,
  *     therefore never gets any further: the process hangs and nothing is reported. A crash on
- * another thread waits for a call that is under way, a slow server's time-outs included.
- *   - It needs room on the failing thread's stack, the most for the memory dump. After a stack
+ *     another thread waits for a call that is under way, a slow server's time-outs included.
+ *   - It needs 37 KiB of the failing thread's stack, nearly all of it for the memory dump (measured
+ *     with the system library of Wine; docs/crashes.md tells how). After a stack
  *     overflow Windows leaves a thread hardly a page, with which nothing can be written. Let each
  *     thread that may overflow ask for more at its start:
  *         ULONG room = 65536;
@@ -328,15 +342,17 @@ TAVU_API bool TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar_t* m
  *                             out. After this failure the instance is kept alive; see TAVU_Destroy.
  *   TAVU_ERROR_CRASH_HANDLER  the process has a crash handler already
  *   no code at all            the process had no top-level exception filter before, as the C
- * runtime of most compilers installs one. The filter is then installed nevertheless, belongs to no
- * instance, cannot be removed, and ends the process at a crash without files or reporter. Blocks:
- * for the lock only.
+ *                             runtime of most compilers installs one. The filter is then installed
+ *                             nevertheless, belongs to no instance, cannot be removed, and ends the
+ *                             process at a crash without files or reporter.
+ * Blocks: for the lock only.
  */
 TAVU_API bool TAVU_CALL TAVU_StartCrashHandler(TAVU_HANDLE handle);
 
 /*
  * Removes the crash handler: the filter that was there before is in place again, and
- * SetUnhandledExceptionFilter works. On failure:
+ * SetUnhandledExceptionFilter works.
+ * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  *   no code at all             the instance does not own the crash handler, or there is none
  * Blocks: for the lock only.
@@ -344,7 +360,8 @@ TAVU_API bool TAVU_CALL TAVU_StartCrashHandler(TAVU_HANDLE handle);
 TAVU_API bool TAVU_CALL TAVU_StopCrashHandler(TAVU_HANDLE handle);
 
 /*
- * The reporter sends its report without asking the user. Off unless set. On failure:
+ * The reporter sends its report without asking the user. Off unless set.
+ * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
@@ -352,14 +369,16 @@ TAVU_API bool TAVU_CALL TAVU_SetAutoReport(TAVU_HANDLE handle, bool autoReport);
 
 /*
  * Whether the two files of a crash are deleted when the reporter has ended. On unless set. (A
- * setting, in spite of its name: nothing is deleted by this call.) On failure:
+ * setting, in spite of its name: nothing is deleted by this call.)
+ * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
 TAVU_API bool TAVU_CALL TAVU_DeleteLocalDumpFile(TAVU_HANDLE handle, bool deleteFile);
 
 /*
- * The reporter's language: a number that is passed on to it as it is. 0 unless set. On failure:
+ * The reporter's language: a number that is passed on to it as it is. 0 unless set.
+ * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
@@ -405,7 +424,8 @@ typedef bool(TAVU_CALL* TAVU_CustumInfoCallbackW)(wchar_t* buffer, int32_t capac
 /*
  * Sets that function, for the whole process, whichever instance is named. One at a time: each form
  * replaces what either form set before; null leaves none. It must stay callable as long as it is
- * set. On failure:
+ * set.
+ * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
@@ -418,7 +438,8 @@ TAVU_API bool TAVU_CALL TAVU_SetCustumInfoCallbackW(TAVU_HANDLE handle,
  * Sets the host's own text for the crash-information document beforehand, for the whole process,
  * whichever instance is named. Cut to its first 4095 characters; null or empty for none. Not used
  * while a callback is set, and overwritten by it. The A form converts each byte as the C locale
- * does (bytes above 127 as Latin-1), not by the ANSI code page. On failure:
+ * does (bytes above 127 as Latin-1), not by the ANSI code page.
+ * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
@@ -438,9 +459,11 @@ TAVU_API bool TAVU_CALL TAVU_UpdateAdditionalCrashInfoW(TAVU_HANDLE handle, cons
  * Makes a sender and starts its thread.
  *   host                  of the server: a dotted IPv4 address or a name, 8-bit. Not null.
  *   port                  1 to 65535
- *   discardPendingOnStop  true: TAVU_LUADUMP_Destroy drops what is still queued; false: it delivers
- * it Returns the sender, for TAVU_LUADUMP_Destroy; null when host is null, port is 0, memory ran
- * out or the thread did not start within a second. Blocks: up to a second.
+ *   discardPendingOnStop  true: TAVU_LUADUMP_Destroy drops what is still queued; false: it
+ *                         delivers it
+ * Returns the sender, for TAVU_LUADUMP_Destroy; null when host is null, port is 0, memory ran out
+ * or the thread did not start within a second.
+ * Blocks: up to a second.
  */
 TAVU_API TAVU_LUADUMP_SENDER TAVU_CALL TAVU_LUADUMP_Create(const char* host, uint16_t port,
                                                            bool discardPendingOnStop);
