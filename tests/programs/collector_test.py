@@ -27,7 +27,7 @@ except ImportError:
 
 VECTORS = pathlib.Path(__file__).resolve().parents[1] / "data"
 COMMAND = []
-PATIENCE = 60  # seconds for what takes milliseconds, so that a busy machine is no failure
+PATIENCE = 120  # seconds for what takes milliseconds, so that a busy machine is no failure
 
 SUCCESS = bytes.fromhex("cf10000400057201004e7a0000")
 NOT_KEPT = 1
@@ -293,9 +293,7 @@ class CollectorTest(unittest.TestCase):
 
     def test_udp_requests_that_come_to_nothing(self):
         two = request_named("message of two packets")
-        with Collector() as collector, collector.datagrams() as silent, \
-                collector.datagrams() as peer:
-            silent.send(two[:2048])
+        with Collector() as collector, collector.datagrams() as peer:
             peer.send(b"x")
             collector.explanation("udp .*: not a request")
             for _ in range(3):
@@ -313,6 +311,8 @@ class CollectorTest(unittest.TestCase):
             self.assertEqual(collector.line()["argument"]["binary"]["size"], 2904)
             peer.send(log_line("and") + b"!")
             collector.explanation("udp .*: bytes behind the end of the request")
+            with collector.datagrams() as silent:
+                silent.send(two[:2048])
             collector.explanation("udp .*: a request given up after 2048 bytes: no more datagrams")
 
     def test_requests_in_other_shapes(self):
@@ -374,7 +374,7 @@ class CollectorTest(unittest.TestCase):
     def test_limits(self):
         request = log_line("x" * 5000)
         with Collector("--max-request", str(len(request)), "--max-memory", "64K",
-                       "--idle-timeout", "0.5") as collector:
+                       "--idle-timeout", "3") as collector:
             self.assertEqual(collector.send(request), SUCCESS)
             with collector.connect() as peer:
                 peer.sendall(log_line("x" * 6000)[:-1])  # not even whole, and too much already
