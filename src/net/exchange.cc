@@ -21,7 +21,8 @@ bool ReadWholeValue(lumo::ByteSource& source, Value& out) {
 
 bool ReadReplyBody(lumo::ByteSource& body, Message& reply) {
   if (!reply.ReadHead(body)) return false;
-  if (reply.is_fault) return true;
+  // Only a reply that is no fault has a result; a call or a message is told by its head alone.
+  if (reply.kind != MessageKind::kReply || reply.is_fault) return true;
   Value result;
   return ReadWholeValue(body, result);
 }
