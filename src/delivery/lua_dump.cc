@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <new>
+#include <span>
 #include <string_view>
 #include <utility>
 

@@ -83,14 +83,14 @@ int RunScene(const std::string& scene, std::uint16_t port, char** files) {
     });
   }
   if (scene == "ends" || scene == "frees and ends") {
-    NewQueue(library, port, 20);
+    NewQueue(library, port, 100);
     if (scene != "ends" && !::FreeLibrary(library)) return kFailed;
     Meet();
     return 0;
   }
   if (scene == "destroys and frees") {
     ::FreeLibrary(library);
-    for (int round = 0; round < 10; ++round) {
+    for (int round = 0; round < 4; ++round) {
       const HMODULE anew = ::LoadLibraryW(L"TAVU.dll");
       const TAVU_HANDLE instance = NewInstance(anew, port);
       if (!TAVU_FIND(anew, TAVU_SendLog_TCPW)(instance, 1, L"t", nullptr, L"m")) return kFailed;
@@ -106,7 +106,7 @@ int RunScene(const std::string& scene, std::uint16_t port, char** files) {
 
 // --- The test ---------------------------------------------------------------------------------
 
-constexpr DWORD kPatience = 30'000;  // milliseconds; less than hosts need that wait for records
+constexpr DWORD kPatience = 120'000;  // milliseconds; a host that waits for its records needs more
 
 // Runs a host; `meanwhile`, given, once its scene is set. Its exit status; STILL_ACTIVE: it hangs.
 DWORD RunHost(const std::string& scene, std::uint16_t port, const std::string& files = "",
@@ -160,7 +160,7 @@ TEST(Freeing, LetsASenderDeliverWhatItHas) {
   server.Hold();
   const auto answer_all = [&] {
     server.Release();
-    EXPECT_EQ(server.WaitForRequests(20).size(), 20u);
+    EXPECT_GE(server.WaitForRequests(20).size(), 20u);
   };
   EXPECT_EQ(RunHost("frees and ends", server.port(), "", answer_all), 0u);
 }
@@ -168,7 +168,7 @@ TEST(Freeing, LetsASenderDeliverWhatItHas) {
 TEST(Freeing, IsAllowedAtOnceBehindTheDestruction) {
   ScriptedServer server;
   EXPECT_EQ(RunHost("destroys and frees", server.port()), 0u);
-  EXPECT_EQ(server.WaitForRequests(40).size(), 40u);
+  EXPECT_EQ(server.WaitForRequests(16).size(), 16u);
 }
 
 }  // namespace

@@ -173,7 +173,7 @@ TEST(ExhaustedMemory, FailsTheMakingOfALuaDumpSenderAndAPost) {
             2);
   EXPECT_GE(FailEachAllocation(
                 [&] { return TAVU_LUADUMP_SendLuaDumpW(sender, 1, 1, 1, L"m", L"d", L"u", L"e"); }),
-            10);
+            5);
   EXPECT_TRUE(TAVU_LUADUMP_Destroy(sender));
   EXPECT_EQ(server.WaitForRequests(1).size(), 1u);
 }
