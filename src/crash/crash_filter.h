@@ -15,8 +15,9 @@ namespace TAVU::crash {
 // without the rest of it.
 //
 // Stack: large buffers are static (the lock makes them one thread's own), so that the filter's own
-// frames come to less than a kilobyte. What the system's functions need counts: measured under Wine,
-// a crash with 37 KiB left gets through, of which MiniDumpWriteDump alone takes 35.
+// frames stay below two kilobytes. What the system's functions need counts: under Wine a crash gets
+// through with 37 KiB left above the three pages that the system keeps for itself at a stack's end;
+// nearly all of it goes to MiniDumpWriteDump.
 //
 // Always EXCEPTION_EXECUTE_HANDLER: the system then ends the process. The earlier filter is not
 // called.

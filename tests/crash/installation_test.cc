@@ -138,7 +138,7 @@ TEST(Sequence, ExhaustedMemoryCostsOnlyWhatNeedsIt) {
   EXCEPTION_POINTERS pointers = {&exception, &context};
 
   constexpr long kEnoughForTheNames = 8;
-  for (const long allocations : {0L, 1L, 8L, 9L, 64L, 700L, -1L}) {
+  for (const long allocations : {0L, 8L, 64L, -1L}) {
     allocations_left = allocations;
     const LONG result = CrashFilter(&pointers);
     allocations_left = -1;
