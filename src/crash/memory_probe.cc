@@ -22,8 +22,6 @@ bool IsReadableRegion(const MEMORY_BASIC_INFORMATION& region) noexcept {
 
 }  // namespace
 
-// NOLINTBEGIN(performance-no-int-to-ptr): a damaged stack gives numbers, of which only the system can
-// tell whether they are addresses.
 bool IsReadable(std::uint64_t address, std::size_t size) noexcept {
   const std::uint64_t end = address + size;
   if (end < address) return false;  // wraps around
@@ -48,6 +46,5 @@ bool TryRead(std::uint64_t address, void* to, std::size_t size) noexcept {
   }
   return true;
 }
-// NOLINTEND(performance-no-int-to-ptr)
 
 }  // namespace TAVU::crash
