@@ -55,7 +55,7 @@ class ByteSink {
   void Commit(std::byte* end) noexcept { window_ = end; }
 
   // Says that `size` more bytes are about to be written, for sinks that can make use of it.
-  virtual void Expect(std::size_t size) { static_cast<void>(size); }
+  virtual void Expect(std::size_t /*size*/) {}
 
  protected:
   // Takes bytes that do not fit into the window. Returns how many of the `size` (at least 1) were

@@ -15,7 +15,8 @@ namespace TAVU::lumo {
 
 namespace {
 
-bool ReadNested(ByteSource& source, Value& out, int depth);
+// Reads what follows `value_tag`. `depth` counts the containers around the value.
+bool ReadBehindTag(ByteSource& source, std::uint8_t value_tag, Value& out, int depth);
 
 template <typename Number>
 bool ReadNumber(ByteSource& source, Number& out) {
@@ -118,7 +119,7 @@ class ValueRun {
   // The next tag, which stays. False at the end of the input.
   [[nodiscard]] bool Peek(std::uint8_t& next_tag) {
     if (next_ == end_) {
-      Finish();
+      source_.Commit(next_);
       if (!source_.PeekByte(next_tag)) return false;
       LookAtWindow();
     }
@@ -156,17 +157,17 @@ class ValueRun {
 
   // Reads any value.
   [[nodiscard]] bool Read(Value& out, int depth) {
-    Finish();
-    if (!ReadNested(source_, out, depth)) return false;
+    std::uint8_t value_tag = 0;
+    if (!Peek(value_tag)) return false;
+    FinishBehindTag();
+    if (!ReadBehindTag(source_, value_tag, out, depth)) return false;
     LookAtWindow();
     return true;
   }
 
-  // Tells the source what was taken. Not for a destructor: after a failure the bounds are stale.
-  void Finish() noexcept { source_.Commit(next_); }
-
-  // Takes the end tag that was seen next.
-  void FinishBehindEnd() noexcept { source_.Commit(next_ + 1); }
+  // Tells the source what was taken, the tag that was peeked at included. Not for a destructor:
+  // after a failure the bounds are stale.
+  void FinishBehindTag() noexcept { source_.Commit(next_ + 1); }
 
  private:
   static constexpr std::size_t kTextHead = 3;  // tag and count
@@ -250,7 +251,8 @@ std::size_t SizeAtHand(std::span<const std::byte> bytes, const TextKind& kind) n
 }
 
 // The chunks of a string or a binary, of which `first_tag` has been read.
-bool ReadChunks(ByteSource& source, const TextKind& kind, std::uint8_t first_tag, Value& out) {
+[[gnu::noinline]] bool ReadChunks(ByteSource& source, const TextKind& kind, std::uint8_t first_tag,
+                                  Value& out) {
   TextBlock block;
   if (first_tag == kind.chunk_tag) {
     const std::size_t size = SizeAtHand(source.at_hand(), kind);
@@ -272,6 +274,18 @@ bool ReadChunks(ByteSource& source, const TextKind& kind, std::uint8_t first_tag
 
 // --- Containers ----------------------------------------------------------------------------------
 
+// What these functions hold on the stack is held once a level, so that they leave what they can to
+// others: a hostile peer's nesting must not exhaust the small stacks of a host's worker threads.
+
+// Gives `out` an empty container to be filled.
+template <typename Container, Value (*kAdopt)(std::unique_ptr<Container>) noexcept>
+[[gnu::noinline]] Container& MakeContainer(Value& out) {
+  auto owned = std::make_unique<Container>();
+  Container& container = *owned;
+  out = kAdopt(std::move(owned));
+  return container;
+}
+
 // Values up to the end tag.
 bool ReadElements(ByteSource& source, List& list, int depth) {
   ValueRun run(source);
@@ -281,7 +295,7 @@ bool ReadElements(ByteSource& source, List& list, int depth) {
     Value& element = list.AppendNull();
     if (!run.ReadScalar(element) && !run.Read(element, depth)) return false;
   }
-  run.FinishBehindEnd();
+  run.FinishBehindTag();
   return true;
 }
 
@@ -289,10 +303,8 @@ bool ReadElements(ByteSource& source, List& list, int depth) {
 // in lists do not add up to much more.
 constexpr std::size_t kTrustedCount = 1024;
 
-bool ReadList(ByteSource& source, Value& out, int depth) {
-  auto owned = std::make_unique<List>();
-  List& list = *owned;
-  out = Value::AdoptList(std::move(owned));
+[[gnu::noinline]] bool ReadList(ByteSource& source, Value& out, int depth) {
+  List& list = MakeContainer<List, Value::AdoptList>(out);
   std::uint8_t next = 0;
   if (!source.PeekByte(next)) return false;
   if (next != tag::kLength) return ReadElements(source, list, depth);
@@ -307,10 +319,8 @@ bool ReadList(ByteSource& source, Value& out, int depth) {
   return true;
 }
 
-bool ReadMap(ByteSource& source, Value& out, int depth) {
-  auto owned = std::make_unique<Map>();
-  Map& map = *owned;
-  out = Value::AdoptMap(std::move(owned));
+[[gnu::noinline]] bool ReadMap(ByteSource& source, Value& out, int depth) {
+  Map& map = MakeContainer<Map, Value::AdoptMap>(out);
   ValueRun run(source);
   const auto read = [&](Value& part) {
     return run.ReadScalar(part) || run.ReadShortText(part, map) || run.Read(part, depth);
@@ -323,7 +333,7 @@ bool ReadMap(ByteSource& source, Value& out, int depth) {
     if (entry.value.type() == ValueType::kEnd) return false;
     static_cast<void>(map.InsertSpare());  // of a key that comes twice the first value stays
   }
-  run.FinishBehindEnd();
+  run.FinishBehindTag();
   return true;
 }
 
@@ -336,7 +346,7 @@ bool ReadName(ByteSource& source, std::uint8_t expected_tag, std::string& out) {
   return source.Read(out.data(), size);
 }
 
-bool ReadColumns(ByteSource& source, Table& table) {
+[[gnu::noinline]] bool ReadColumns(ByteSource& source, Table& table) {
   std::uint32_t count = 0;
   if (!ReadTag(source, tag::kList) || !ReadTag(source, tag::kLength)) return false;
   if (!ReadNumber(source, count)) return false;
@@ -350,6 +360,7 @@ bool ReadColumns(ByteSource& source, Table& table) {
   return ReadTag(source, tag::kEnd);
 }
 
+// The rows and, behind them, the end of the table.
 bool ReadRows(ByteSource& source, Table& table, int depth) {
   std::uint8_t next = 0;
   if (!ReadTag(source, tag::kList) || !source.ReadByte(next)) return false;
@@ -362,17 +373,15 @@ bool ReadRows(ByteSource& source, Table& table, int depth) {
     if (!ReadElements(source, table.AddRow(), depth)) return false;
     if (!source.ReadByte(next)) return false;
   }
-  return true;
+  return ReadTag(source, tag::kEnd);
 }
 
-bool ReadTable(ByteSource& source, Value& out, int depth) {
-  auto owned = std::make_unique<Table>();
-  Table& table = *owned;
-  out = Value::AdoptTable(std::move(owned));
-  return ReadColumns(source, table) && ReadRows(source, table, depth) && ReadTag(source, tag::kEnd);
+[[gnu::noinline]] bool ReadTable(ByteSource& source, Value& out, int depth) {
+  Table& table = MakeContainer<Table, Value::AdoptTable>(out);
+  return ReadColumns(source, table) && ReadRows(source, table, depth);
 }
 
-bool ReadScalar(ByteSource& source, std::uint8_t value_tag, Value& out) {
+[[gnu::noinline]] bool ReadScalar(ByteSource& source, std::uint8_t value_tag, Value& out) {
   const std::size_t size = ScalarSize(value_tag);
   if (size == 0) return false;  // no value begins like this
   std::byte bytes[kLongestScalar] = {std::byte{value_tag}};
@@ -381,10 +390,7 @@ bool ReadScalar(ByteSource& source, std::uint8_t value_tag, Value& out) {
   return true;
 }
 
-// `depth` counts the containers around the value.
-bool ReadNested(ByteSource& source, Value& out, int depth) {
-  std::uint8_t value_tag = 0;
-  if (!source.ReadByte(value_tag)) return false;
+bool ReadBehindTag(ByteSource& source, std::uint8_t value_tag, Value& out, int depth) {
   switch (value_tag) {
     case tag::kStringChunk:
     case tag::kString:
@@ -407,7 +413,8 @@ bool ReadNested(ByteSource& source, Value& out, int depth) {
 
 bool ReadValue(ByteSource& source, Value& out) {
   out.Clear();
-  return ReadNested(source, out, 0);
+  std::uint8_t value_tag = 0;
+  return source.ReadByte(value_tag) && ReadBehindTag(source, value_tag, out, 0);
 }
 
 bool ReadUint16(ByteSource& source, std::uint16_t& out) {

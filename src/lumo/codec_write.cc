@@ -11,6 +11,7 @@ namespace TAVU::lumo {
 
 namespace {
 
+// `depth` counts the containers around `value`.
 bool WriteNested(ByteSink& sink, const Value& value, int depth);
 
 // --- Flat values ---------------------------------------------------------------------------------
@@ -113,7 +114,16 @@ class ValueRun {
   std::byte* end_;
 };
 
-// --- Containers and long texts -------------------------------------------------------------------
+// --- One value -----------------------------------------------------------------------------------
+
+// As in reading, what lies on the stack of these functions does so once a level.
+
+// False for the types without an encoding.
+[[gnu::noinline]] bool WriteScalar(ByteSink& sink, const Value& value) {
+  std::byte bytes[kLongestScalar];
+  const std::byte* end = PutFlat(bytes, bytes + sizeof bytes, value);
+  return end != nullptr && sink.Write(bytes, static_cast<std::size_t>(end - bytes));
+}
 
 template <typename Number>
 bool WriteTagged(ByteSink& sink, std::uint8_t value_tag, Number number) {
@@ -128,8 +138,8 @@ bool WriteContent(ByteSink& sink, std::uint8_t chunk_tag, std::string_view text)
          sink.WriteBorrowed(text.data(), text.size());
 }
 
-bool WriteChunks(ByteSink& sink, std::uint8_t chunk_tag, std::uint8_t final_tag,
-                 std::string_view text) {
+[[gnu::noinline]] bool WriteChunks(ByteSink& sink, std::uint8_t chunk_tag, std::uint8_t final_tag,
+                                   std::string_view text) {
   if (text.size() > kLongestChunk) {
     sink.Expect(text.size() + (text.size() / kLongestChunk + 1) * kTextHead);
   }
@@ -156,11 +166,11 @@ bool WriteCount(ByteSink& sink, std::size_t count) {
          WriteTagged(sink, tag::kLength, static_cast<std::uint32_t>(count));
 }
 
-bool WriteList(ByteSink& sink, const List& list, int depth) {
+[[gnu::noinline]] bool WriteList(ByteSink& sink, const List& list, int depth) {
   return WriteCount(sink, list.size()) && WriteElements(sink, list, depth);
 }
 
-bool WriteMap(ByteSink& sink, const Map& map, int depth) {
+[[gnu::noinline]] bool WriteMap(ByteSink& sink, const Map& map, int depth) {
   if (!BeginMap(sink)) return false;
   sink.Expect(map.size() * 2);
   ValueRun run(sink);
@@ -171,7 +181,7 @@ bool WriteMap(ByteSink& sink, const Map& map, int depth) {
   return EndContainer(sink);
 }
 
-bool WriteTable(ByteSink& sink, const Table& table, int depth) {
+[[gnu::noinline]] bool WriteTable(ByteSink& sink, const Table& table, int depth) {
   if (!sink.WriteByte(tag::kTable)) return false;
   if (!WriteCount(sink, table.column_count())) return false;
   for (std::size_t i = 0; i < table.column_count(); ++i) {
@@ -187,25 +197,20 @@ bool WriteTable(ByteSink& sink, const Table& table, int depth) {
   return EndContainer(sink) && EndContainer(sink);
 }
 
-// `depth` counts the containers around `value`.
 bool WriteNested(ByteSink& sink, const Value& value, int depth) {
-  std::byte flat[kLongestScalar];
-  if (const std::byte* end = PutFlat(flat, flat + sizeof flat, value)) {
-    return sink.Write(flat, static_cast<std::size_t>(end - flat));
-  }
   switch (value.type()) {
-    case ValueType::kString:
-      return WriteChunks(sink, tag::kStringChunk, tag::kString, value.text());
-    case ValueType::kBinary:
-      return WriteChunks(sink, tag::kBinaryChunk, tag::kBinary, value.text());
     case ValueType::kList:
       return depth < kDeepestNesting && WriteList(sink, value.list(), depth + 1);
     case ValueType::kMap:
       return depth < kDeepestNesting && WriteMap(sink, value.map(), depth + 1);
     case ValueType::kTable:
       return depth < kDeepestNesting && WriteTable(sink, value.table(), depth + 1);
+    case ValueType::kString:
+      return WriteChunks(sink, tag::kStringChunk, tag::kString, value.text());
+    case ValueType::kBinary:
+      return WriteChunks(sink, tag::kBinaryChunk, tag::kBinary, value.text());
     default:
-      return false;  // the type has no encoding
+      return WriteScalar(sink, value);
   }
 }
 

@@ -7,7 +7,7 @@
 // CopyDepth::kDeep to get a value that stands alone, or move.
 //
 // Not thread-safe. Throws nothing but BadAllocation. Clearing or destroying a value needs no more
-// stack for a deeply nested one than for a flat one.
+// stack for a deeply nested one than for a flat one; copying deeply, comparing and hashing recurse.
 #pragma once
 
 #include <cstddef>
@@ -147,7 +147,7 @@ class Value {
 
  private:
   friend class ValueTextAccess;  // text view and in-place conversion (value_text.cc)
-  friend class ContentRelease;   // frees nested content without recursion (value.cc)
+  friend class ContentRelease;   // frees nested content without recursion
 
   union Payload {
     std::uint8_t byte;

@@ -195,7 +195,7 @@ Value Nested(Nest nest, int depth) {
 TEST(Value, DestroysDeepNestingOnAFlatStack) {
   // Destroyed recursively, so many levels would need far more than the stack of this thread.
   for (const Nest nest : {Nest::kList, Nest::kMapValue, Nest::kCell}) {
-    EXPECT_TRUE(Nested(nest, 300'000).owns());
+    EXPECT_TRUE(Nested(nest, 100'000).owns());
   }
   // Each level of keys hashes all levels below.
   EXPECT_TRUE(Nested(Nest::kMapKey, 2'000).owns());
