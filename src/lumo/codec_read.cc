@@ -155,8 +155,8 @@ class ValueRun {
     return true;
   }
 
-  // Reads any value.
-  [[nodiscard]] bool Read(Value& out, int depth) {
+  // Reads any value. Inlined, because it would stand between any two levels.
+  [[nodiscard, gnu::always_inline]] bool Read(Value& out, int depth) {
     std::uint8_t value_tag = 0;
     if (!Peek(value_tag)) return false;
     FinishBehindTag();
