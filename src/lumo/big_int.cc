@@ -16,6 +16,16 @@ void DropLeadingZeros(Limbs& limbs) noexcept {
   while (!limbs.empty() && limbs.back() == 0) limbs.pop_back();
 }
 
+Limbs MagnitudeOf(std::int64_t value) {
+  // In unsigned arithmetic, which knows the absolute value of the smallest number too.
+  const auto bits = static_cast<std::uint64_t>(value);
+  const std::uint64_t magnitude = value < 0 ? 0 - bits : bits;
+  Limbs limbs = {static_cast<std::uint32_t>(magnitude),
+                 static_cast<std::uint32_t>(magnitude >> 32)};
+  DropLeadingZeros(limbs);
+  return limbs;
+}
+
 bool IsLess(const Limbs& a, const Limbs& b) noexcept {
   if (a.size() != b.size()) return a.size() < b.size();
   return std::lexicographical_compare(a.rbegin(), a.rend(), b.rbegin(), b.rend());
@@ -74,13 +84,11 @@ std::uint32_t Divide(Limbs& limbs, std::uint32_t divisor) noexcept {
 
 }  // namespace
 
-BigInt::BigInt(std::int64_t value) : sign_(value < 0 ? -1 : value > 0 ? 1 : 0) {
-  // In unsigned arithmetic, which knows the absolute value of the smallest number too.
-  const auto bits = static_cast<std::uint64_t>(value);
-  const std::uint64_t magnitude = value < 0 ? 0 - bits : bits;
-  limbs_ = {static_cast<std::uint32_t>(magnitude), static_cast<std::uint32_t>(magnitude >> 32)};
-  DropLeadingZeros(limbs_);
-}
+BigInt::BigInt(std::int64_t value)
+    : sign_(value < 0   ? -1
+            : value > 0 ? 1
+                        : 0),
+      limbs_(MagnitudeOf(value)) {}
 
 BigInt::BigInt(int sign, std::vector<std::uint32_t> limbs) : sign_(sign), limbs_(std::move(limbs)) {
   if (sign_ == 0) limbs_.clear();

@@ -198,7 +198,8 @@ bool WriteCount(ByteSink& sink, std::size_t count) {
   for (std::size_t i = 0; i < table.row_count(); ++i) {
     if (!sink.WriteByte(tag::kList) || !WriteElements(sink, table.row(i), depth)) return false;
   }
-  return EndContainer(sink) && EndContainer(sink);
+  if (!EndContainer(sink)) return false;  // the rows
+  return EndContainer(sink);              // the table
 }
 
 bool WriteNested(ByteSink& sink, const Value& value, int depth) {

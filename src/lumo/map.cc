@@ -17,7 +17,7 @@ constexpr std::size_t kMostWithoutIndex = 16;
 
 // Blocks double in size between these.
 constexpr std::size_t kFirstBlock = 240;
-constexpr std::size_t kLargestBlock = 32 * 1024;
+constexpr std::size_t kLargestBlock = 0x8000;
 
 std::uint32_t BucketOf(std::uint32_t hash) noexcept {
   return hash % std::uint32_t{kBucketCount};
@@ -36,10 +36,10 @@ bool HashDecides(const Value& key) noexcept {
 struct Map::Index {
   // Made as one block of memory, the slots behind the object. Their number is a power of two.
   static Index* Make(std::size_t slot_count) {
-    void* memory = DefaultAllocator::Allocate(sizeof(Index) + slot_count * sizeof(Node*));
-    auto* index = ::new (memory) Index{{}, slot_count - 1};
-    std::uninitialized_fill_n(index->slots(), slot_count, nullptr);
-    return index;
+    void* memory = DefaultAllocator::Allocate(sizeof(Index) + slot_count * sizeof(void*));
+    Index& index = *::new (memory) Index{{}, slot_count - 1};
+    std::uninitialized_fill_n(index.slots(), slot_count, nullptr);
+    return &index;
   }
 
   [[nodiscard]] Node** slots() noexcept { return reinterpret_cast<Node**>(this + 1); }

@@ -18,7 +18,7 @@ namespace TAVU::lumo {
 namespace {
 
 std::int32_t Sign(std::strong_ordering order) noexcept {
-  return order < 0 ? -1 : order > 0 ? 1 : 0;
+  return std::is_lt(order) ? -1 : std::is_gt(order) ? 1 : 0;
 }
 
 // Required: the difference wraps around, so that numbers far apart compare the wrong way.

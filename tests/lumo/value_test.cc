@@ -184,8 +184,9 @@ Value Nested(Nest nest, int depth) {
       value = Value::AdoptTable(std::move(table));
     } else {
       auto map = std::make_unique<Map>();
-      if (nest == Nest::kMapKey) map->Insert(std::move(value), Value());
-      if (nest == Nest::kMapValue) map->Insert(Value(), std::move(value));
+      Value other;
+      if (nest == Nest::kMapKey) std::swap(value, other);
+      map->Insert(std::move(other), std::move(value));
       value = Value::AdoptMap(std::move(map));
     }
   }
