@@ -19,6 +19,27 @@
 #include "crash/xml_writer.h"
 #include "support/vectors.h"
 
+namespace {
+
+bool all_looks_readable = false;
+
+// Stands between this program and the system's VirtualQuery.
+SIZE_T WINAPI QueryMemory(const void* address, MEMORY_BASIC_INFORMATION* region, SIZE_T size) {
+  const auto query = reinterpret_cast<decltype(&QueryMemory)>(
+      ::GetProcAddress(::GetModuleHandleW(L"kernel32"), "VirtualQuery"));
+  const SIZE_T written = query(address, region, size);
+  if (!all_looks_readable) return written;
+  region->State = MEM_COMMIT;
+  region->Protect = PAGE_READWRITE;
+  return written;
+}
+
+}  // namespace
+extern "C" {
+extern decltype(&QueryMemory) __imp_VirtualQuery;
+decltype(&QueryMemory) __imp_VirtualQuery = &QueryMemory;
+}
+
 namespace TAVU::crash {
 namespace {
 
@@ -241,6 +262,9 @@ TEST(StackWalk, EndsAtDamage) {
     EXPECT_EQ(entries.size(), c.entries) << c.name;
     EXPECT_EQ(entries.back().find("params=") != std::string::npos, c.has_parameters) << c.name;
   }
+  all_looks_readable = true;
+  EXPECT_EQ(Walk(AddressOf(pages + kPage)).size(), 1u) << "taken away after it was asked for";
+  all_looks_readable = false;
   MEMORY_BASIC_INFORMATION region;
   ::VirtualQuery(guard, &region, sizeof region);
   EXPECT_NE(region.Protect & PAGE_GUARD, 0u) << "the walk took the guard off";
