@@ -195,6 +195,7 @@ std::vector<KeptReport> KeptReports::List(const std::wstring& software_id) const
 }
 
 KeptReports::Lock KeptReports::TryLock() const {
+  if (root_.empty()) return Lock(nullptr);  // or what follows would work in the drive's own root
   return Lock(ValidOrNull(::CreateFileW((root_ + L"\\lock").c_str(), GENERIC_WRITE, 0, nullptr,
                                         OPEN_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr)));
 }

@@ -45,7 +45,7 @@ class KeptReports {
     explicit Lock(HANDLE file) : file_(file) {}
     ScopedHandle file_;
   };
-  // Empty when another reporter holds it, or when nothing was ever kept.
+  // Empty when another reporter holds it, when nothing was ever kept, or when there is no place.
   [[nodiscard]] Lock TryLock() const;
 
   void Remove(const Lock& held, const KeptReport& kept) const;
