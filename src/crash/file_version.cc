@@ -28,6 +28,7 @@ bool GetFixedFileVersion(const wchar_t* path, VS_FIXEDFILEINFO* out) {
   void* fixed = nullptr;
   UINT length = 0;
   if (!query_value(block.get(), L"\\", &fixed, &length)) return false;
+  if (length < sizeof *out) return false;  // a version without the block
   std::memcpy(out, fixed, sizeof *out);
   return true;
 }
