@@ -344,7 +344,8 @@ TAVU_API bool TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar_t* m
  *   no code at all            the process had no top-level exception filter before, as the C
  *                             runtime of most compilers installs one. The filter is then installed
  *                             nevertheless, belongs to no instance, cannot be removed, and ends the
- *                             process at a crash without files or reporter.
+ *                             process at a crash without files or reporter. The library must then
+ *                             stay loaded: filter and entry lead into it.
  * Blocks: for the lock only.
  */
 TAVU_API bool TAVU_CALL TAVU_StartCrashHandler(TAVU_HANDLE handle);
@@ -413,7 +414,7 @@ TAVU_API bool TAVU_CALL TAVU_SetCustumCrashReporterPathW(TAVU_HANDLE handle, con
 /*
  * A function of the host's that writes the host's own text for the crash-information document.
  *   buffer    for the text, terminated; what it holds before is undefined
- *   capacity  4095: the most characters of its kind that may be written, the terminator included
+ *   capacity  4095: the most characters of its kind that there is room for before the terminator
  * True: the buffer holds the text. False, or a C++ exception: the document goes without.
  * It runs during a crash, on the failing thread, with the library's lock held: it must call nothing
  * of the library and should rely on as little as it can of the broken process.

@@ -92,7 +92,9 @@ std::unique_ptr<XmlNode> BuildException(const EXCEPTION_POINTERS* exceptionPoint
   std::wstring module;
   std::uint32_t base = 0;
   if (FindModuleByAddress(static_cast<std::uint32_t>(address), module, base)) {
-    exception->AddAttribute(L"module", module);  // required: not escaped here
+    // Required: not escaped, unlike the names in the lists; that would change what the reporter
+    // receives.
+    exception->AddAttribute(L"module", module);
   }
   return exception;
 }

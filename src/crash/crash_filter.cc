@@ -18,8 +18,8 @@ namespace TAVU::crash {
 
 namespace {
 
-// Tells a crash inside the sequence itself (of a callback of the host, say), which comes back to the
-// filter on the same thread. Waiting for the lock would hang the process for good.
+// Tells a crash inside the sequence itself (of a callback of the host, say), which comes back to
+// the filter on the same thread. Waiting for the lock would hang the process for good.
 class SequenceUnderWay {
  public:
   SequenceUnderWay() noexcept { thread_ = ::GetCurrentThreadId(); }

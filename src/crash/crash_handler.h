@@ -15,8 +15,8 @@ namespace TAVU::crash {
 
 inline constexpr std::size_t kAdditionalInfoCapacity = 4096;  // units, terminator included
 
-// Host functions that fill a buffer with the text of "custom_info". `capacity` is 4095 units; the
-// text must be terminated. False: the section is left out.
+// Host functions that fill a buffer with the text of "custom_info". `capacity` is 4095 units, the
+// terminator that must follow not among them. False: the section is left out.
 using CustomInfoCallbackW = bool(__cdecl*)(wchar_t* buffer, std::int32_t capacity);
 using CustomInfoCallbackA = bool(__cdecl*)(char* buffer, std::int32_t capacity);
 

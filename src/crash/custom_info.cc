@@ -67,6 +67,7 @@ std::unique_ptr<XmlNode> BuildCustomInfo() {
   if (!FillAdditionalInfo(handler)) return nullptr;
   if (handler.additionalInfo.front() == L'\0') return nullptr;
   auto custom_info = std::make_unique<XmlNode>(L"custom_info");
+  // Required: not escaped, whatever the host writes; that would change what the reporter receives.
   custom_info->SetText(handler.additionalInfo.data());
   return custom_info;
 }

@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::size_t kLongestServerAddress = 63;  // units; longer ones are cut
 
+// Two backslashes in a row where the folder ends in one, as in the paths of the files: kept.
 void AppendProgram(std::wstring& line, std::wstring_view reporterPath) {
   line.append(L"\"").append(reporterPath).append(L"\\TAVU_CrashReporter.exe\" ");
 }

@@ -25,8 +25,8 @@ struct Frame {
 };
 using Parameters = std::array<std::uint32_t, 5>;
 
-// The test covers fewer bytes than the parameters reach; settled values, both. Where the rest cannot
-// be read, the entry says nothing of parameters, as if the test had failed.
+// The test covers fewer bytes than the parameters reach: settled, like the number of entries. Where
+// the rest cannot be read, the entry says nothing of parameters, as if the test had failed.
 constexpr std::size_t kTestedForParameters = 28;
 
 enum class EntryKind { kException, kCaller };

@@ -62,7 +62,8 @@ std::wstring WindowsVersion() {
     text.push_back(L'.');
     AppendSigned(text, part);
   }
-  return text.append(L",").append(version.szCSDVersion);  // the name of the service pack
+  // The name of the service pack. Required: not escaped, as little as the exception's module.
+  return text.append(L",").append(version.szCSDVersion);
 }
 
 std::unique_ptr<XmlNode> DescribeWindows() {

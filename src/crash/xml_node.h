@@ -26,8 +26,7 @@ class XmlNode {
   // Attributes keep their order; a name may occur more than once.
   void AddAttribute(std::wstring_view name, std::wstring_view value);
   // The low 32 bits of `value`, unsigned: plain in base 10, "0x" and eight upper-case digits in
-  // base
-  // 16. Any other base gives an empty value. Addresses and sizes are cut on purpose.
+  // base 16. Any other base gives an empty value. Addresses and sizes are cut on purpose.
   void AddNumberAttribute(std::wstring_view name, std::uint64_t value, int base);
 
   [[nodiscard]] const std::wstring& name() const noexcept { return name_; }

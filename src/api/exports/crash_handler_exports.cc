@@ -99,6 +99,7 @@ bool StartCrashHandler(TAVU_HANDLE handle) noexcept {
     if (!crash::InstallCrashFilter(HandleOf(handle), &crash::CrashFilter)) return false;
     CrashHandler& handler = CrashHandler::Get();
     handler.appExeFile = std::move(paths->executable);
+    // Required: a folder that the host chose before gives way; one chosen from now on counts.
     handler.reporterPath = std::move(paths->folder);
     handler.tempPath = std::move(paths->temporary);
     return true;
