@@ -1,16 +1,18 @@
 """What the crash handler sees of the ends that a runtime gives its process, as docs/crashes.md tables
-them. The ways of real exceptions are the crash handler's own tests.
+them, and the source lines that scripts/explain finds for a crash. The ways of real exceptions are
+the crash handler's own tests.
 
     crashing_host_test.py WINE tavu_crashing_host.exe
 """
 import os
+import pathlib
+import subprocess
 import sys
 import tempfile
 import unittest
 
-import crashing_host
-
-WINE, HOST = sys.argv[1:3]
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+WINE, HOST = sys.argv.pop(1), pathlib.Path(sys.argv.pop(1)).resolve()
 SECONDS = 240  # for one crash on a busy machine
 
 # Exit status under Wine: 1 is the host's own word for "survived"; that of a thread which Wine aborts
@@ -20,37 +22,45 @@ UNSEEN = {'throw': 3, 'abort': 3, 'purecall': 3, 'fastfail': 9, 'invalid-paramet
 SEEN_WITH_HANDLERS = ('throw', 'abort', 'purecall')
 
 
-class Run:
-    """A host on its way, with folders of its own."""
+class CrashingHostTest(unittest.TestCase):
+    def start(self, way, options=''):
+        """A host on its way, its temporary and application data in a folder of its own."""
+        folder = tempfile.TemporaryDirectory(prefix='host')
+        self.addCleanup(folder.cleanup)
+        windows_folder = 'Z:' + folder.name.replace('/', '\\')
+        # Wine takes these variables from nobody but a program of its own; a batch file needs no
+        # quoting that survives the way through two systems' shells.
+        pathlib.Path(folder.name, 'run.bat').write_text(
+            f'@set TMP={windows_folder}\n@set LOCALAPPDATA={windows_folder}\n@"Z:{HOST}" {way} '
+            f'127.0.0.1 9 --keep-files --no-restart --auto-report {options}\n', newline='\r\n')
+        return folder.name, subprocess.Popen(
+            [WINE, 'cmd', '/c', windows_folder + '\\run.bat'], stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
-    def __init__(self, way, *options):
-        self.folder = tempfile.TemporaryDirectory(prefix='host')
-        self.process = crashing_host.start(WINE, HOST, way, self.folder.name, *options)
+    def test_ends_that_a_runtime_gives(self):
+        seen = 0xE0000002 & 0xFF, ['Crash.dmp', 'CrashInfo.xml']
+        cases = [*((way, '', (status, [])) for way, status in UNSEEN.items()),
+                 *((way, '--handlers', seen) for way in SEEN_WITH_HANDLERS)]
+        for (*case, expected), (folder, host) in [(c, self.start(*c[:2])) for c in cases]:
+            with self.subTest(case):
+                status = host.wait(SECONDS)
+                left = sorted(name.rsplit('_', 1)[1] for name in os.listdir(folder)
+                              if name.startswith('tavu_crashing_host_'))
+                self.assertEqual((status if expected[0] else None, left), expected)
 
-    def wait(self):
-        """(exit status, endings of the files that were left)"""
-        status = self.process.wait(SECONDS)
-        left = sorted(name.rsplit('_', 1)[1] for name in os.listdir(self.folder.name)
-                      if name.startswith('tavu_crashing_host_'))
-        self.folder.cleanup()
-        return status, left
-
-
-class RuntimeEnds(unittest.TestCase):
-    def test_what_no_handler_sees(self):
-        for way, status in UNSEEN.items():
-            with self.subTest(way):
-                seen_status, left = Run(way).wait()
-                self.assertEqual(left, [])
-                if status is not None:
-                    self.assertEqual(seen_status, status)
-
-    def test_what_handlers_turn_into_exceptions(self):
-        runs = {way: Run(way, '--handlers') for way in SEEN_WITH_HANDLERS}
-        for way, run in runs.items():
-            with self.subTest(way):
-                self.assertEqual(run.wait(), (0xE0000002 & 0xFF, ['Crash.dmp', 'CrashInfo.xml']))
+    def test_source_lines_of_a_crash(self):
+        lines = (ROOT / 'examples/crashing_host/ways.cc').read_text('utf-8').splitlines()
+        failing = next(n for n, line in enumerate(lines, 1) if '(g_nowhere) = 1;' in line)
+        folder, host = self.start('thread')
+        host.wait(SECONDS)
+        output = subprocess.run([ROOT / 'scripts/explain', folder, '--symbols', HOST.parent],
+                                stdout=subprocess.PIPE, text=True, check=True).stdout
+        self.assertIn('EXCEPTION_ACCESS_VIOLATION writing 0x00000010', output)
+        for stack in ('document', 'dump'):
+            part = output.split(f'Call stack in the {stack}')[1].split('\n\n')[0]
+            self.assertRegex(part, rf'Write\n +at examples/crashing_host/ways\.cc:{failing}\n')
+            self.assertRegex(part, r'WritingWorker\n +at examples/crashing_host/ways\.cc:\d+\n')
 
 
 if __name__ == '__main__':
-    unittest.main(argv=sys.argv[:1] + sys.argv[3:])
+    unittest.main()
