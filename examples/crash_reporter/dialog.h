@@ -17,7 +17,7 @@ namespace crash_reporter {
 enum class Decision {
   kSend,
   kDoNotSend,
-  kCouldNotAsk,  // no window could be made
+  kCouldNotAsk,  // no window could be made, or nobody could see it
 };
 
 struct Answer {

@@ -77,6 +77,15 @@ void ShowInFolder(const std::wstring& item) noexcept {
   ::CoTaskMemFree(name);
 }
 
+// A window on a station that nobody sees, such as a service's, would wait for its answer for ever,
+// and the crashed host with it.
+bool CanBeSeen() noexcept {
+  USEROBJECTFLAGS station = {};
+  return !::GetUserObjectInformationW(::GetProcessWindowStation(), UOI_FLAGS, &station,
+                                      sizeof station, nullptr) ||
+         (station.dwFlags & WSF_VISIBLE) != 0;
+}
+
 class Form {
  public:
   explicit Form(const FormContent& content) : content_(content) {}
@@ -392,6 +401,7 @@ class Form {
 }  // namespace
 
 FormResult ShowForm(const FormContent& content, const FormLife& life) {
+  if (!CanBeSeen()) return {};
   const INITCOMMONCONTROLSEX controls = {sizeof controls,
                                          ICC_STANDARD_CLASSES | ICC_PROGRESS_CLASS};
   ::InitCommonControlsEx(&controls);

@@ -2,7 +2,7 @@
 // the system's message font, so that every language fits at every resolution.
 //
 // It runs on the calling thread, which needs no window of its own, and is gone when ShowForm()
-// returns. Where no window can be made (a service, no desktop) ShowForm() says so at once.
+// returns. Where no window can be made or seen (a service, no desktop) ShowForm() says so at once.
 #pragma once
 
 #include <chrono>
@@ -42,7 +42,7 @@ enum class FormEnd {
   kClosed,  // the other one, the only one, or the window's own closing
   kTimeout,
   kWorkDone,
-  kNoWindow,  // none could be made
+  kNoWindow,  // none could be made, or nobody could see it
 };
 
 struct FormResult {
