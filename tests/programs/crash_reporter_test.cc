@@ -43,9 +43,9 @@ struct Process {
   ScopedHandle handle;
   DWORD id = 0;
 
-  explicit Process(std::wstring line) {
+  explicit Process(std::wstring line, wchar_t* on = desktop) {
     STARTUPINFOW startup = {};
-    startup.lpDesktop = desktop;
+    startup.lpDesktop = on;
     PROCESS_INFORMATION process = {};
     EXPECT_TRUE(::CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
                                  &startup, &process));
@@ -229,6 +229,19 @@ TEST_F(CrashReporter, KeepsWhatFailsAndDeliversItWithTheNext) {
   EXPECT_EQ(requests[3], requests[0]) << "as it would have gone at first";
   EXPECT_EQ(server.Connections().size(), 4U);
   EXPECT_EQ(Kept().size(), 1U) << "the other application's stays";
+}
+
+TEST_F(CrashReporter, KeepsWhatItCannotAskAbout) {
+  // Windows can be made on such a station, a service's for one, but nobody sees them.
+  const HWINSTA station = ::GetProcessWindowStation();
+  ::SetProcessWindowStation(::CreateWindowStationW(L"tavu_unseen", 0, GENERIC_ALL, nullptr));
+  const HDESK desktop = ::CreateDesktopW(L"desk", nullptr, nullptr, 0, GENERIC_ALL, nullptr);
+  ::SetProcessWindowStation(station);
+  ASSERT_NE(desktop, nullptr);
+  wchar_t unseen[] = L"tavu_unseen\\desk";
+  ScriptedServer server;
+  EXPECT_EQ(Process(Line(server.port(), L"false"), unseen).Wait(), ExitCode::kKept);
+  EXPECT_TRUE(server.Connections().empty());
 }
 
 TEST_F(CrashReporter, KeepsTheNewestWithinItsBounds) {
