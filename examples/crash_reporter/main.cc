@@ -1,6 +1,7 @@
 // TAVU_CrashReporter.exe: started by the library in a host that has crashed, once with the report
 // and, when the host is to be started again, a second time for that. Started by hand, it offers the
 // reports that could not be sent earlier.
+#include <exception>
 #include <functional>
 #include <set>
 
@@ -125,6 +126,9 @@ ExitCode Run(const Pairs& pairs) {
 }  // namespace crash_reporter
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
+  // When memory runs out. The runtime's own end of a windowed program is a box that the crashed
+  // host would wait for.
+  std::set_terminate([] { ::ExitProcess(static_cast<UINT>(crash_reporter::ExitCode::kLost)); });
   // The line as it is: whatever splits it into arguments gives quotes a meaning that they do not
   // have here.
   const auto pairs = crash_reporter::Pairs::ParseCommandLine(::GetCommandLineW());
