@@ -65,7 +65,7 @@ void UpdateInfo(const MODULEENTRY32W& module, ModuleInfo& info) {
 
 std::wstring LocalTimeText(const FILETIME& moment) {
   FILETIME local = {};
-  SYSTEMTIME fields = {};
+  SYSTEMTIME fields = {};  // stays so for the beginning of 1601 in a zone behind UTC
   ::FileTimeToLocalFileTime(&moment, &local);
   ::FileTimeToSystemTime(&local, &fields);
   std::wstring text;
