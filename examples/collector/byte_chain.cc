@@ -8,7 +8,7 @@ namespace {
 
 // A log record fits into the first block; a large upload soon moves in large steps.
 constexpr std::size_t kFirstBlock = 4096;
-constexpr std::size_t kLargestBlock = 256 * 1024;
+constexpr std::size_t kLargestBlock = std::size_t{256} * 1024;
 
 }  // namespace
 

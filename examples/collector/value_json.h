@@ -15,7 +15,7 @@ using Json = nlohmann::ordered_json;
 
 // Texts up to this many bytes stand in a line whole; of a longer one only the beginning does, and
 // the whole is kept as an attachment.
-inline constexpr std::size_t kLongestText = 64 * 1024;
+inline constexpr std::size_t kLongestText = std::size_t{64} * 1024;
 
 // What becomes of contents that do not stand in a line.
 class AttachmentSink {
