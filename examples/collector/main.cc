@@ -3,6 +3,8 @@
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
 #include <csignal>
+#include <cstdio>
+#include <exception>
 #include <memory>
 #include <new>
 #include <string>
@@ -25,8 +27,8 @@
 namespace TAVU::collector {
 namespace {
 
-constexpr int kExitReaderGone = 1;
-constexpr int kExitCannotListen = 1;
+// Nobody reads the output any more, the ports cannot be had, or the like.
+constexpr int kExitFailure = 1;
 
 // The answer to a request that could not be kept: its sender must not take it for safe.
 constexpr std::int32_t kNotKeptCode = 1;
@@ -67,7 +69,7 @@ class Collector {
  public:
   Collector(asio::io_context& context, ListeningSockets sockets, const Options& options)
       : store_(options.store),
-        output_([this] { StopWith(kExitReaderGone); }),
+        output_([this] { StopWith(kExitFailure); }),
         budget_(options.max_memory),
         intake_(context, store_, output_, options.count, [this] { StopWith(0); }),
         tcp_(context, std::move(sockets.acceptor), intake_, budget_, TcpSettingsFrom(options)),
@@ -134,7 +136,7 @@ int Main(int argc, char** argv) {
 
   asio::io_context context(1);
   std::optional<ListeningSockets> sockets = Listen(context, options->host, options->port);
-  if (!sockets) return kExitCannotListen;
+  if (!sockets) return kExitFailure;
   // The one line that scripts read, too.
   const std::string listening = "listening on " + options->host + " tcp " +
                                 std::to_string(sockets->acceptor.local_endpoint().port()) +
@@ -151,5 +153,10 @@ int Main(int argc, char** argv) {
 }  // namespace TAVU::collector
 
 int main(int argc, char** argv) {
-  return TAVU::collector::Main(argc, argv);
+  try {
+    return TAVU::collector::Main(argc, argv);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "tavu_collector: %s\n", failure.what());
+    return TAVU::collector::kExitFailure;
+  }
 }

@@ -38,32 +38,34 @@ enum class Form : std::uint8_t {
   kReadableFile,  // likewise, and shown when it is a text
 };
 
+constexpr std::optional<RecordKind> kAnyKind;
+
 // The fields in the order in which they stand in a line. One that means something else in one kind
 // of record has a row for that kind in front.
 constexpr struct Field {
   std::int32_t key;
-  const char* name;
   Form form;
+  std::optional<RecordKind> only_in;
+  const char* name;
   const char* file_suffix = "";
-  std::optional<RecordKind> only_in = std::nullopt;
 } kFields[] = {
-    {3, "level", Form::kNumber},
-    {kLogTypeKey, "log_type", Form::kEncodedText},
-    {8, "message", Form::kEncodedText},
-    {6, "user_id", Form::kEncodedText},
-    {1, "software_id", Form::kText},
-    {2, "software_version", Form::kText},
-    {7, "local_address", Form::kText},
-    {301, "extra_data", Form::kText},
-    {101, "description", Form::kText},
-    {102, "document", Form::kFile, "crash.xml", RecordKind::kCrash},
-    {102, "document", Form::kText},
-    {103, "dump", Form::kFile, "crash.dmp", RecordKind::kCrash},
-    {103, "content", Form::kFile, "file.bin"},
-    {402, "dump_number", Form::kNumber},
-    {401, "extra", Form::kEncodedText},
-    {403, "dump", Form::kReadableFile, "luadump.txt"},
-    {0, "reserved", Form::kText},
+    {3, Form::kNumber, kAnyKind, "level"},
+    {kLogTypeKey, Form::kEncodedText, kAnyKind, "log_type"},
+    {8, Form::kEncodedText, kAnyKind, "message"},
+    {6, Form::kEncodedText, kAnyKind, "user_id"},
+    {1, Form::kText, kAnyKind, "software_id"},
+    {2, Form::kText, kAnyKind, "software_version"},
+    {7, Form::kText, kAnyKind, "local_address"},
+    {301, Form::kText, kAnyKind, "extra_data"},
+    {101, Form::kText, kAnyKind, "description"},
+    {102, Form::kFile, RecordKind::kCrash, "document", "crash.xml"},
+    {102, Form::kText, kAnyKind, "document"},
+    {103, Form::kFile, RecordKind::kCrash, "dump", "crash.dmp"},
+    {103, Form::kFile, kAnyKind, "content", "file.bin"},
+    {402, Form::kNumber, kAnyKind, "dump_number"},
+    {401, Form::kEncodedText, kAnyKind, "extra"},
+    {403, Form::kReadableFile, kAnyKind, "dump", "luadump.txt"},
+    {0, Form::kText, kAnyKind, "reserved"},
 };
 
 bool IsBytes(const Value& value) {
