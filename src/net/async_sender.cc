@@ -131,15 +131,18 @@ bool AsyncSender::Context::Start() noexcept {
 
 bool AsyncSender::Context::Enqueue(const char* method, lumo::Value argument) {
   std::string name(method == nullptr ? "" : method);
+  bool first = false;
   {
     const Lock::Guard held(lock_);
     if (!started_ || state_ != State::kRunning) return false;
     methods_.MakeRoom();
     arguments_.MakeRoom();
+    first = methods_.empty();
     methods_.Push(std::move(name));
     arguments_.Push(std::move(argument));
   }
-  ::SetEvent(work_event_.get());
+  // Behind others it needs no waking: the worker does not wait before it has seen the queue empty.
+  if (first) ::SetEvent(work_event_.get());
   return true;
 }
 

@@ -14,13 +14,6 @@ namespace {
 
 constexpr WORD kWinSockVersion = MAKEWORD(2, 0);
 
-struct EventTraits {
-  using Handle = WSAEVENT;
-  static constexpr WSAEVENT kInvalid = nullptr;  // WSA_INVALID_EVENT
-  static void Close(WSAEVENT event) noexcept { ::WSACloseEvent(event); }
-};
-using ScopedEvent = Scoped<EventTraits>;
-
 constexpr std::uint32_t kConnected = 0;
 
 // The code of the call that has just failed; not 0.
@@ -34,13 +27,25 @@ bool SetBlockingMode(SOCKET socket, bool blocking) noexcept {
   return ::ioctlsocket(socket, static_cast<long>(FIONBIO), &non_blocking) == 0;
 }
 
+// Not inherited by the programs that the host starts meanwhile: they would keep the connection open.
+// Systems older than the flag for that get an ordinary socket.
 ScopedSocket NewSocket(int type) noexcept {
-  ScopedSocket made(::socket(AF_INET, type, 0));
-  // A program that the host starts meanwhile must not inherit the connection and keep it open.
-  if (made) {
-    ::SetHandleInformation(reinterpret_cast<HANDLE>(made.get()), HANDLE_FLAG_INHERIT, 0);
-  }
+  ScopedSocket made(
+      ::WSASocketW(AF_INET, type, 0, nullptr, 0, WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT));
+  if (!made && ::WSAGetLastError() == WSAEINVAL) made = ScopedSocket(::socket(AF_INET, type, 0));
   return made;
+}
+
+fd_set OnlyThis(SOCKET socket) noexcept {
+  fd_set set = {};
+  set.fd_count = 1;
+  set.fd_array[0] = socket;
+  return set;
+}
+
+timeval TimevalOf(std::uint32_t milliseconds) noexcept {
+  return {.tv_sec = static_cast<long>(milliseconds / 1000),
+          .tv_usec = static_cast<long>(milliseconds % 1000 * 1000)};
 }
 
 // The address of a dotted address or a name. On failure the network error tells why.
@@ -68,27 +73,29 @@ std::uint32_t Connect(SOCKET socket, const sockaddr_in& address) noexcept {
 }
 
 // Waits for the end of a connect that is under way.
-std::uint32_t AwaitConnection(SOCKET socket, WSAEVENT event, std::uint32_t timeout_ms) noexcept {
-  const DWORD waited = ::WaitForSingleObject(event, timeout_ms);
-  if (waited == WAIT_TIMEOUT) return lumo::kErrorWaitTimeout;
-  WSANETWORKEVENTS events = {};
-  if (waited != WAIT_OBJECT_0 || ::WSAEnumNetworkEvents(socket, event, &events) != 0) {
+std::uint32_t AwaitConnection(SOCKET socket, std::uint32_t timeout_ms) noexcept {
+  fd_set connected = OnlyThis(socket);
+  fd_set failed = OnlyThis(socket);
+  timeval timeout = TimevalOf(timeout_ms);
+  const int ready = ::select(0, nullptr, &connected, &failed, &timeout);
+  if (ready == SOCKET_ERROR) return NetworkError();
+  if (ready == 0) return lumo::kErrorWaitTimeout;
+  if (failed.fd_count == 0) return kConnected;
+  int error = 0;
+  int size = sizeof error;
+  if (::getsockopt(socket, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) != 0) {
     return NetworkError();
   }
-  if ((events.lNetworkEvents & FD_CONNECT) == 0) return WSAENOTCONN;
-  return static_cast<std::uint32_t>(events.iErrorCode[FD_CONNECT_BIT]);
+  return error != 0 ? static_cast<std::uint32_t>(error) : WSAENOTCONN;
 }
 
 std::uint32_t ConnectWithin(SOCKET socket, const sockaddr_in& address,
                             std::uint32_t timeout_ms) noexcept {
-  const ScopedEvent event(::WSACreateEvent());
-  // The selection also makes the socket non-blocking.
-  if (!event || ::WSAEventSelect(socket, event.get(), FD_CONNECT) != 0) return NetworkError();
+  if (!SetBlockingMode(socket, false)) return NetworkError();
   std::uint32_t result = Connect(socket, address);
-  if (result == WSAEWOULDBLOCK) result = AwaitConnection(socket, event.get(), timeout_ms);
-  if (result != kConnected) return result;
-  const bool restored = ::WSAEventSelect(socket, nullptr, 0) == 0 && SetBlockingMode(socket, true);
-  return restored ? kConnected : NetworkError();
+  if (result == WSAEWOULDBLOCK) result = AwaitConnection(socket, timeout_ms);
+  if (result == kConnected && !SetBlockingMode(socket, true)) result = NetworkError();
+  return result;
 }
 
 template <typename Connector>
@@ -112,7 +119,7 @@ ScopedSocket Open(int type, const char* host, std::uint16_t port, Connector conn
   const std::uint32_t result = ConnectTo(socket.get(), host, port, connect);
   if (result == kConnected) return socket;
   socket.Reset();
-  lumo::SetThreadError(result);  // last: the closing of socket and event must not hide it
+  lumo::SetThreadError(result);  // last: the closing must not hide it
   return socket;
 }
 
@@ -253,11 +260,8 @@ std::ptrdiff_t Socket::SendPieces(std::span<const std::span<const std::byte>> pi
 }
 
 std::ptrdiff_t Socket::Receive(std::byte* out, std::size_t capacity) noexcept {
-  fd_set readable;
-  readable.fd_count = 1;
-  readable.fd_array[0] = socket_.get();
-  timeval timeout = {.tv_sec = static_cast<long>(receive_timeout_ms_ / 1000),
-                     .tv_usec = static_cast<long>(receive_timeout_ms_ % 1000 * 1000)};
+  fd_set readable = OnlyThis(socket_.get());
+  timeval timeout = TimevalOf(receive_timeout_ms_);
   const bool limited = receive_timeout_ms_ != kNoLimit;
   const int ready = ::select(0, &readable, nullptr, nullptr, limited ? &timeout : nullptr);
   if (ready == SOCKET_ERROR) return -1;

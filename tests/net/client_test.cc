@@ -23,7 +23,7 @@ using QTC::QtcClientPtr;
 using QTC::ResultCode;
 
 constexpr char kHost[] = "127.0.0.1";
-constexpr std::uint32_t kTimeout = 20'000;  // never reached by a healthy test
+constexpr std::uint32_t kTimeout = 60'000;  // never reached by a healthy test
 constexpr std::uint32_t kShort = 150;       // to be waited for
 
 int Number(ResultCode code) {

@@ -15,7 +15,7 @@ namespace TAVU::test {
 
 namespace {
 
-constexpr DWORD kPatience = 30'000;  // milliseconds
+constexpr DWORD kPatience = 60'000;  // milliseconds
 
 [[noreturn]] void Die(const char* what) {
   std::fprintf(stderr, "scripted server: %s failed with %d\n", what, ::WSAGetLastError());

@@ -3,7 +3,7 @@
 //
 // All of them work from their construction to their destruction, on threads of their own; the test
 // calls them from its one thread. Waiting functions wait for what they are asked for and give up
-// only after 30 seconds, which no healthy test reaches. WinSock is started by the first object and
+// only after 60 seconds, which no healthy test reaches. WinSock is started by the first object and
 // stays started.
 #pragma once
 
