@@ -6,24 +6,19 @@ COLLECTOR is the program with what has to stand in front of it to run it.
 
 import contextlib
 import hashlib
+import io
 import json
 import os
 import pathlib
-import queue
 import re
+import resource
 import signal
 import socket
 import struct
 import subprocess
 import sys
 import tempfile
-import threading
 import unittest
-
-try:
-    import resource
-except ImportError:
-    resource = None
 
 VECTORS = pathlib.Path(__file__).resolve().parents[1] / "data"
 COMMAND = []
@@ -95,46 +90,33 @@ class Collector:
     """A running collector: its ports, and what it writes, line by line."""
 
     def __init__(self, *arguments, stdout=subprocess.PIPE, limits=None, first_says=()):
+        arguments = [f"Z:{argument}" if isinstance(argument, pathlib.Path) and on_windows()
+                     else str(argument) for argument in arguments]
         self.process = subprocess.Popen(
             [*COMMAND, "--port", "0", *arguments], stdout=stdout, stderr=subprocess.PIPE,
-            preexec_fn=limits)
-        self.lines, self.explanations = queue.Queue(), queue.Queue()
-        self.threads = [
-            threading.Thread(target=self._read, args=(stream, lines), daemon=True)
-            for stream, lines in ((self.process.stdout, self.lines),
-                                  (self.process.stderr, self.explanations)) if stream]
-        for thread in self.threads:
-            thread.start()
+            preexec_fn=limits, pipesize=1 << 20)  # so that it never waits for its reader
         for pattern in first_says:
             self.explanation(pattern)
-        listening = self.explanation("listening on")
-        self.tcp_port, self.udp_port = map(
-            int, re.search(r" tcp (\d+) udp (\d+)$", listening).groups())
-
-    @staticmethod
-    def _read(stream, lines):
-        for line in stream:
-            lines.put(line.decode().rstrip("\r\n"))
+        listening = self.explanation(r"listening on .* tcp \d+ udp \d+\s*$")
+        self.tcp_port, self.udp_port = map(int, re.findall(r" (?:tcp|udp) (\d+)", listening))
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGINT)
-        self.process.wait(PATIENCE)
-        for thread in self.threads:
-            thread.join(PATIENCE)
-        for stream in (self.process.stdout, self.process.stderr):
-            if stream:
-                stream.close()
+        with self.process:
+            if self.process.poll() is None:
+                self.process.send_signal(signal.SIGINT)
+            self.process.wait(PATIENCE)
+            self.unread = [stream.read().decode() if stream else ""
+                           for stream in (self.process.stdout, self.process.stderr)]
 
     def line(self):
-        return json.loads(self.lines.get(timeout=PATIENCE))
+        return json.loads(self.process.stdout.readline())
 
     def explanation(self, pattern):
         """The next line on standard error, which has to match."""
-        line = self.explanations.get(timeout=PATIENCE)
+        line = self.process.stderr.readline().decode()
         if not re.search(pattern, line):
             raise AssertionError(f"{line!r} does not match {pattern!r}")
         return line
@@ -167,26 +149,15 @@ def read_exactly(peer, size):
 
 
 def read_reply(peer):
-    reply = read_exactly(peer, 4)
-    while True:
-        length = read_exactly(peer, 2)
-        packet = read_exactly(peer, struct.unpack(">H", length)[0])
-        reply += length + packet
-        if not packet:
-            return reply
+    """A reply whose body is one packet."""
+    start = read_exactly(peer, 6)
+    return start + read_exactly(peer, struct.unpack(">H", start[4:])[0] + 2)
 
 
 def fault(code, message):
     body = (b"r\x01\x00f" + string("code") + number(code) + string("message") + string(message) +
             string("detail") + b"NzNz")
     return b"\xcf\x10\x00\x04" + struct.pack(">H", len(body)) + body + b"\0\0"
-
-
-def nested(depth):
-    value = []
-    for _ in range(depth - 1):
-        value = [value]
-    return value
 
 
 def ends(peer):
@@ -200,7 +171,12 @@ def ends(peer):
 class CollectorTest(unittest.TestCase):
     maxDiff = None
 
-    def check_line(self, line, case, transport, store):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.store = pathlib.Path(folder.name) / "é" / "attachments"
+
+    def check_line(self, line, case, transport):
         given, kind = case["given"], case["kind"]
         self.assertRegex(line.pop("time"), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$")
         self.assertRegex(line.pop("peer"), r"^127\.0\.0\.1:\d+$")
@@ -240,64 +216,46 @@ class CollectorTest(unittest.TestCase):
         self.assertEqual(line, expected)
         self.assertEqual(kept.keys(), files.keys())
         for name, data in files.items():
-            self.check_kept(kept[name], data, store)
+            self.check_kept(kept[name], data)
 
-    def check_kept(self, kept, data, store):
+    def check_kept(self, kept, data):
         self.assertEqual(kept["size"], len(data))
         self.assertEqual(kept["sha256"], hashlib.sha256(data).hexdigest())
-        self.assertEqual((store / kept["name"]).read_bytes(), data)
-
-    @contextlib.contextmanager
-    def store(self):
-        with tempfile.TemporaryDirectory() as folder:
-            yield pathlib.Path(folder) / "é" / "attachments"
-
-    def store_argument(self, store):
-        return f"Z:{store}" if on_windows() else str(store)
+        self.assertEqual((self.store / kept["name"]).read_bytes(), data)
 
     def test_records_over_tcp(self):
-        with self.store() as store, Collector("--store", self.store_argument(store)) as collector:
+        with Collector("--store", self.store) as collector:
             for case in records("log", "file", "crash", "luadump"):
                 with self.subTest(case["name"]):
                     self.assertEqual(collector.send(bytes_of(case["request"])), SUCCESS)
-                    self.check_line(collector.line(), case, "tcp", store)
-            self.assertEqual([path for path in store.iterdir() if path.suffix == ".part"], [])
+                    self.check_line(collector.line(), case, "tcp")
+            self.assertEqual([path for path in self.store.iterdir() if path.suffix == ".part"], [])
 
     def test_records_over_udp(self):
-        with Collector() as collector:
-            parts = []
-            for case in records("log"):
-                request, sizes = bytes_of(case["request"]), case["datagrams"]
-                starts = [sum(sizes[:i]) for i in range(len(sizes))]
-                parts.append([request[start:start + size] for start, size in zip(starts, sizes)])
-            cases = records("log")
-            for case, datagrams in zip(cases, parts):
-                with self.subTest(case["name"]), collector.datagrams() as peer:
-                    for datagram in datagrams:
+        cases = records("log")
+        with Collector() as collector, contextlib.ExitStack() as peers:
+            senders = []
+            for case in cases:
+                request = io.BytesIO(bytes_of(case["request"]))
+                peer = peers.enter_context(collector.datagrams())
+                senders.append((peer, [request.read(size) for size in case["datagrams"]]))
+            # All at once, a datagram of each peer in turn.
+            for turn in range(max(len(datagrams) for _, datagrams in senders)):
+                for peer, datagrams in senders:
+                    for datagram in datagrams[turn:turn + 1]:
                         peer.send(datagram)
-                    self.check_line(collector.line(), case, "udp", None)
-            # All at once, a datagram of each peer in turn: they get whole in the order of their
-            # lengths.
-            peers = [collector.datagrams() for _ in cases]
-            for turn in range(max(map(len, parts))):
-                for peer, datagrams in zip(peers, parts):
-                    if turn < len(datagrams):
-                        peer.send(datagrams[turn])
-            order = sorted(range(len(cases)), key=lambda i: len(parts[i]))
-            for i in order:
-                line = collector.line()
-                self.assertEqual(line["peer"], "127.0.0.1:%d" % peers[i].getsockname()[1])
-                self.check_line(line, cases[i], "udp", None)
-            for peer in peers:
-                peer.close()
+            lines = {line["peer"]: line for line in (collector.line() for _ in cases)}
+            for case, (peer, _) in zip(cases, senders):
+                with self.subTest(case["name"]):
+                    line = lines["127.0.0.1:%d" % peer.getsockname()[1]]
+                    self.check_line(line, case, "udp")
 
     def test_udp_requests_that_come_to_nothing(self):
         two = request_named("message of two packets")
         with Collector() as collector, collector.datagrams() as peer:
             peer.send(b"x")
             collector.explanation("udp .*: not a request")
-            for _ in range(3):
-                peer.send(b"more of it is nothing new")
+            peer.send(b"more of it is nothing new")
             peer.send(two[:2048])
             peer.send(log_line("whole"))
             collector.explanation("udp .*: a request given up after 2048 bytes: another one begins")
@@ -318,28 +276,24 @@ class CollectorTest(unittest.TestCase):
     def test_requests_in_other_shapes(self):
         one, two = log_line("one"), log_line("two")
         bare = bytes.fromhex("cf10000a800000000101") + b"c\x01\x00m\x00\x01s" + string("bare") + b"z"
-        with Collector() as collector, collector.connect() as peer, collector.connect() as dribble:
-            peer.sendall(one + two + bare + one[:9])
-            self.assertEqual(read_exactly(peer, 3 * len(SUCCESS)), SUCCESS * 3)
-            peer.sendall(one[9:])
-            self.assertEqual(read_exactly(peer, len(SUCCESS)), SUCCESS)
-            lines = [collector.line() for _ in range(4)]
+        with Collector() as collector, collector.connect() as peer:
+            peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            peer.sendall(one + bare + two[:9])
+            self.assertEqual([read_reply(peer) for _ in range(2)], [SUCCESS] * 2)
+            for byte in two[9:]:
+                peer.sendall(bytes([byte]))
+            self.assertEqual(read_reply(peer), SUCCESS)
+            lines = [collector.line() for _ in range(3)]
             self.assertEqual([line.get("message", line.get("argument")) for line in lines],
-                             ["one", "two", "bare", "one"])
-            dribble.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-            for byte in two:
-                dribble.sendall(bytes([byte]))
-            self.assertEqual(read_reply(dribble), SUCCESS)
-            self.assertEqual(collector.line()["message"], "two")
+                             ["one", "bare", "two"])
+            peer.sendall(one[:9])
+            collector.process.send_signal(signal.SIGINT)
+            self.assertEqual(collector.process.wait(PATIENCE), 0)
 
     def test_bad_bytes_end_that_connection_only(self):
         whole = request_named("plain")
         cases = [
             (b"GET / HTTP/1.1\r\n\r\n", "not a request"),
-            (SUCCESS, "not a call"),
-            (whole[:20] + b"\xff" * 40, "unknown value tag|bytes behind"),
-            (call(b"NN"), "more than one argument"),
-            (call(b"V" * 2000), "values nested too deeply"),
             (call(b"V" + b"Mz" * 70000 + b"z"), "too many values"),
             (call(b"ZVl\xff\xff\xff\xffS\0\1at\0\3intzVzz"), "values that cannot be decoded"),
             (b"\xcf\x10\x00\x0a\x80\x00\x00\x00\xff1c\x01\x00m\x00\x01sNz",  # a field too long
@@ -352,7 +306,7 @@ class CollectorTest(unittest.TestCase):
                     with contextlib.suppress(ConnectionError):  # it may hear no more already
                         peer.sendall(request)
                     self.assertTrue(ends(peer))
-                    collector.explanation(r"tcp 127\.0\.0\.1:\d+: (" + reason + ")")
+                    collector.explanation(r"tcp 127\.0\.0\.1:\d+: " + reason)
             for end in ("reset", "close"):
                 with collector.connect() as peer:
                     # The reply shows that the collector has what came along with the whole one.
@@ -363,13 +317,11 @@ class CollectorTest(unittest.TestCase):
                         peer.shutdown(socket.SHUT_WR)
                         self.assertTrue(ends(peer))
                 collector.explanation(rf"ended inside a request, after {len(whole) - 1} bytes")
-            with collector.connect() as peer:  # one that says nothing is not spoken of
-                pass
+            collector.connect().close()  # one that says nothing is not spoken of
             bystander.sendall(whole[50:])
             self.assertEqual(read_reply(bystander), SUCCESS)
             self.assertEqual(collector.line()["message"], "m")
-        self.assertEqual(list(collector.explanations.queue), [])
-        self.assertEqual(list(collector.lines.queue), [])
+        self.assertEqual(collector.unread, ["", ""])
 
     def test_limits(self):
         request = log_line("x" * 5000)
@@ -391,7 +343,7 @@ class CollectorTest(unittest.TestCase):
             for peer in peers:
                 peer.close()
             self.assertEqual(collector.send(request), SUCCESS)
-        self.assertEqual(list(collector.explanations.queue), [])
+        self.assertEqual(collector.unread[1], "")
 
     def test_fault_answers(self):
         for argument, code, message in (("7:no", 7, "no"), ("-2147483648", -2147483648, ""),
@@ -401,41 +353,29 @@ class CollectorTest(unittest.TestCase):
                 self.assertEqual(collector.line()["message"], "m")
 
     def test_wrong_command_lines(self):
-        for arguments in (["--fault", "x"], ["--fault", "1x:m"], ["--port", "65536"], ["--what"],
-                          ["--max-request", "-1"], ["--count", "-1"], ["--idle-timeout", "-1"]):
-            ended = subprocess.run([*COMMAND, *arguments], capture_output=True, timeout=PATIENCE)
-            self.assertEqual((ended.returncode, ended.stdout), (2, b""), arguments)
-            self.assertNotEqual(ended.stderr, b"", arguments)
+        with Collector() as collector:
+            for status, *arguments in (
+                    (2, "--fault", "x"), (2, "--fault", "1x:m"), (2, "--port", "65536"),
+                    (2, "--max-request", "-1"), (2, "--count", "-1"), (2, "--idle-timeout", "-1"),
+                    (2, "--what"), (1, "--port", str(collector.tcp_port))):
+                ended = subprocess.run([*COMMAND, *arguments], capture_output=True, timeout=PATIENCE)
+                self.assertEqual((ended.returncode, ended.stdout), (status, b""), arguments)
+                self.assertNotEqual(ended.stderr, b"", arguments)
+            self.assertIn(b"cannot listen", ended.stderr)  # on the port in use
 
     def test_count_ends_it_after_the_last_reply(self):
         with Collector("--count", "3") as collector, collector.connect() as idle:
             idle.sendall(b"\xcf")
             with collector.datagrams() as peer:
-                peer.send(log_line("first"))
-                self.assertEqual(collector.line()["message"], "first")
-            self.assertEqual(collector.send(log_line("second")), SUCCESS)
+                peer.send(log_line("1"))
+                lines = [collector.line()]
             with collector.connect() as last:
-                last.sendall(log_line("third") + log_line("fourth"))
-                self.assertEqual(read_reply(last), SUCCESS)
+                last.sendall(log_line("2") + log_line("3") + log_line("4"))
+                self.assertEqual([read_reply(last), read_reply(last)], [SUCCESS] * 2)
                 self.assertTrue(ends(last))
             self.assertEqual(collector.process.wait(PATIENCE), 0)
-        self.assertEqual([json.loads(collector.lines.get())["message"] for _ in range(2)],
-                         ["second", "third"])
-        self.assertEqual(list(collector.lines.queue), [])
-
-    def test_interrupt_ends_it(self):
-        with Collector() as collector, collector.connect() as idle:
-            idle.sendall(b"\xcf\x10")
-            self.assertEqual(collector.send(log_line("m")), SUCCESS)
-            collector.process.send_signal(signal.SIGINT)
-            self.assertEqual(collector.process.wait(PATIENCE), 0)
-
-    def test_port_in_use(self):
-        with Collector() as collector:
-            ended = subprocess.run([*COMMAND, "--port", str(collector.tcp_port)],
-                                   capture_output=True, timeout=PATIENCE)
-            self.assertEqual(ended.returncode, 1)
-            self.assertIn(b"cannot listen", ended.stderr)
+        lines += map(json.loads, collector.unread[0].splitlines())
+        self.assertEqual([line["message"] for line in lines], ["1", "2", "3"])
 
     def test_values_of_any_service(self):
         cases = [
@@ -449,10 +389,10 @@ class CollectorTest(unittest.TestCase):
             (b"M" + string("k") + number(1) + number(2) + b"Nz", {"k": 1, "2": None}),
             (b"M" + number(5) + number(0) + b"z", {"5": 0}),
             (b"M" + b"TNz", {"map": [[True, None]]}),
-            (b"M" + string("1") + b"N" + number(1) + b"Tz", {"map": [[1, True], ["1", None]]}),
+            (b"M" + string("1") + b"N" + number(1) + b"Tz", {"map": [["1", None], [1, True]]}),
             (b"ZVl\0\0\0\1S\0\1at\0\3intz" + b"VV" + number(1) + b"zVNzzz",
              {"columns": [{"name": "a", "type": "int"}], "rows": [[1], [None]]}),
-            (b"V" * 900 + b"z" * 900, nested(900)),
+            (b"V" * 900 + b"z" * 900, json.loads("[" * 900 + "]" * 900)),
         ]
         with Collector() as collector:
             for argument, expected in cases:
@@ -461,9 +401,8 @@ class CollectorTest(unittest.TestCase):
                     line = collector.line()
                     self.assertEqual(line["service"], "any thing")
                     if isinstance(expected, dict) and "map" in expected:
-                        self.assertCountEqual(line["argument"]["map"], expected["map"])
-                    else:
-                        self.assertEqual(line["argument"], expected)
+                        line["argument"]["map"].sort(key=str)
+                    self.assertEqual(line["argument"], expected)
 
     def test_texts_that_are_none_and_fields_that_nobody_knows(self):
         bad = b"a\xff\xe4\xb8"
@@ -472,8 +411,7 @@ class CollectorTest(unittest.TestCase):
         with Collector() as collector:
             self.assertEqual(collector.send(call(record(fields), bad)), SUCCESS)
             line = collector.line()
-            del line["time"], line["peer"], line["transport"]
-            del line["78_file"]
+            del line["time"], line["peer"], line["transport"], line["78_file"]
             self.assertEqual(line, {
                 "service": "a\ufffd\ufffd", "kind": "unknown", "kind_code": "9", "level": "03",
                 "message": "\ufffd%4%zz", "software_id": "a\ufffd\ufffd", "log_type": None,
@@ -481,7 +419,7 @@ class CollectorTest(unittest.TestCase):
 
     def test_long_texts_and_many_files(self):
         text = "\u00e9" + "x" * 70000
-        with self.store() as store, Collector("--store", self.store_argument(store)) as collector:
+        with Collector("--store", self.store) as collector:
             extra = binary(text.encode())
             extra = b"s" + extra[1:].replace(b"b\x80\0", b"s\x80\0").replace(b"B", b"S")
             dump = b"\xff" + bytes(9)
@@ -489,97 +427,70 @@ class CollectorTest(unittest.TestCase):
             self.assertEqual(collector.send(call(record(fields))), SUCCESS)
             line = collector.line()
             self.assertEqual(line["extra_data"], text[:65535])
-            self.check_kept(line["extra_data_file"], text.encode(), store)
+            self.check_kept(line["extra_data_file"], text.encode())
             self.assertNotIn("dump", line)  # it is no text
-            self.check_kept(line["dump_file"], dump, store)
+            self.check_kept(line["dump_file"], dump)
 
-            many = call(b"V" + b"".join(binary(b"%d" % i) for i in range(101)) + b"z")
-            self.assertEqual(collector.send(many)[:4], SUCCESS[:4])
+            many = [b"%d" % i * i for i in range(101)]
+            collector.send(call(b"V" + b"".join(map(binary, many)) + b"z"))
             collector.explanation("too many in one call")
             kept = [entry["binary"] for entry in collector.line()["argument"]]
-            for i, entry in enumerate(kept[:100]):
-                self.check_kept(entry, b"%d" % i, store)
+            for entry, data in zip(kept[:100], many):
+                self.check_kept(entry, data)
             self.assertIn("error", kept[100])
 
     def test_large_files_come_whole_while_others_are_served(self):
-        data = [bytes([i]) * (3 << 20) + b"end" for i in range(3)]
-        with self.store() as store, Collector("--store", self.store_argument(store)) as collector:
-            peers = [collector.connect() for _ in data]
-            for peer, content in zip(peers, data):
+        data = {i: bytes([i]) * (3 << 20) + b"end" for i in range(3)}
+        with Collector("--store", self.store) as collector, contextlib.ExitStack() as stack:
+            peers = [stack.enter_context(collector.connect()) for _ in data]
+            for peer, content in zip(peers, data.values()):
                 peer.sendall(call(record({5: string("1"), 103: binary(content)})))
             self.assertEqual(collector.send(log_line("between")), SUCCESS)
-            for peer in peers:
-                self.assertEqual(read_reply(peer), SUCCESS)
-                peer.close()
-            lines = [collector.line() for _ in range(4)]
-            kept = [line["content_file"] for line in lines if "content_file" in line]
-            by_first = {(store / entry["name"]).read_bytes()[0]: entry for entry in kept}
-            for i, content in enumerate(data):
-                self.check_kept(by_first[i], content, store)
+            self.assertEqual([read_reply(peer) for peer in peers], [SUCCESS] * 3)
+            for line in [collector.line() for _ in range(4)]:
+                if "content_file" in line:
+                    entry = line["content_file"]
+                    self.check_kept(entry, data.pop((self.store / entry["name"]).read_bytes()[0]))
+            self.assertEqual(data, {})
 
     def test_store_that_fails_and_recovers(self):
-        upload = request_named("small file")
-        with tempfile.TemporaryDirectory() as folder:
-            blocked = pathlib.Path(folder) / "blocked"
-            blocked.write_text("a file, not a folder")
-            with Collector("--store", self.store_argument(blocked / "store"),
-                           first_says=["attachments are lost"]) as collector:
-                self.assertNotEqual(collector.send(upload), SUCCESS)
-                collector.explanation("attachment not stored: ")
-                line = collector.line()["content_file"]
-                self.assertNotIn("name", line)
-                self.assertIn("error", line)
-                self.assertEqual(line["size"], 4)
-                self.assertEqual(collector.send(log_line("without files all is well")), SUCCESS)
-                collector.line()
-                blocked.unlink()
-                self.assertEqual(collector.send(upload), SUCCESS)
-                self.check_kept(collector.line()["content_file"], b"\0\1\2\xff", blocked / "store")
+        upload, blocked = request_named("small file"), self.store.parent
+        blocked.write_text("a file, not a folder")
+        with Collector("--store", self.store, first_says=["attachments are lost"]) as collector:
+            self.assertNotEqual(collector.send(upload), SUCCESS)
+            collector.explanation("attachment not stored: ")
+            entry = collector.line()["content_file"]
+            self.assertEqual(entry.keys(), {"size", "sha256", "error"})
+            self.assertEqual(entry["size"], 4)
+            self.assertEqual(collector.send(log_line("without files all is well")), SUCCESS)
+            collector.line()
+            blocked.unlink()
+            self.assertEqual(collector.send(upload), SUCCESS)
+            self.check_kept(collector.line()["content_file"], b"\0\1\2\xff")
 
 
-@unittest.skipIf(resource is None, "limits and full disks are made with means of Linux")
 class LinuxTest(unittest.TestCase):
     def setUp(self):
         if on_windows():
             self.skipTest("limits and full disks are made with means of Linux")
+
+    def test_thousands_of_peers_at_once(self):
         soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
-        self.files = hard
         resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
         self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, (soft, hard))
 
-    def test_thousands_of_peers_at_once(self):
         def soft_limit():
-            resource.setrlimit(resource.RLIMIT_NOFILE, (256, self.files))
+            resource.setrlimit(resource.RLIMIT_NOFILE, (256, hard))
 
-        count = min(4000, self.files - 200)
-        with Collector(limits=soft_limit) as collector:
-            peers = [collector.connect() for _ in range(count)]
+        with Collector(limits=soft_limit, stdout=subprocess.DEVNULL) as collector:
+            peers = [collector.connect() for _ in range(min(4000, hard - 200))]
             for half in (slice(0, 60), slice(60, None)):
                 for i, peer in enumerate(peers):
                     peer.sendall(log_line(str(i))[half])
             for peer in peers:
                 self.assertEqual(read_reply(peer), SUCCESS)
                 peer.close()
-            messages = [int(collector.line()["message"]) for _ in range(count)]
-            self.assertEqual(sorted(messages), list(range(count)))
-        self.assertEqual(list(collector.explanations.queue), [])
-
-    def test_more_peers_than_the_system_allows(self):
-        def few():
-            resource.setrlimit(resource.RLIMIT_NOFILE, (40, 40))
-
-        with Collector(limits=few) as collector:
-            # Looked at once, types need no further look: UndefinedBehaviorSanitizer looks through a
-            # pipe, which it cannot have later.
-            self.assertEqual(collector.send(log_line("m")), SUCCESS)
-            peers = [collector.connect() for _ in range(100)]  # the backlog holds the rest
-            collector.explanation("connections have to wait: ")
-            for peer in peers:
-                peer.sendall(log_line("m"))
-                self.assertEqual(read_reply(peer), SUCCESS)
-                peer.close()
-        while not collector.explanations.empty():
-            collector.explanation("connections have to wait: ")
+        self.assertRegex(collector.unread[1], r"^(.*connections have to wait: .*\n)*$")
 
     def test_disk_full(self):
         def small_files():
@@ -587,7 +498,7 @@ class LinuxTest(unittest.TestCase):
 
         with tempfile.TemporaryDirectory() as store, \
                 Collector("--store", store, limits=small_files) as collector:
-            self.assertEqual(collector.send(request_named("file of 100000 bytes"))[4:10][-1:], b"f")
+            self.assertEqual(collector.send(request_named("file of 100000 bytes"))[9:10], b"f")
             collector.explanation("attachment not stored: ")
             self.assertIn("error", collector.line()["content_file"])
             self.assertEqual(list(pathlib.Path(store).iterdir()), [])
