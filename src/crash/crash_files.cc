@@ -1,6 +1,6 @@
 #include "crash/crash_files.h"
 
-#include "crash/number_text.h"
+#include "crash/wide_number_text.h"
 
 namespace TAVU::crash {
 

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "crash/crash_handler.h"
-#include "crash/number_text.h"
+#include "crash/wide_number_text.h"
 
 namespace TAVU::crash {
 

@@ -2,7 +2,8 @@
 
 #include <dbghelp.h>
 
-#include "crash/scoped.h"
+#include "crash/scoped_library.h"
+#include "net/scoped_handle.h"
 
 namespace TAVU::crash {
 
@@ -17,8 +18,8 @@ bool WriteMiniDump(EXCEPTION_POINTERS* exceptionPointers, const std::wstring& pa
   MINIDUMP_EXCEPTION_INFORMATION information = {.ThreadId = ::GetCurrentThreadId(),
                                                 .ExceptionPointers = exceptionPointers,
                                                 .ClientPointers = FALSE};
-  const ScopedFile file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+  const QTC::ScopedFile file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                           FILE_ATTRIBUTE_NORMAL, nullptr));
   if (file) {
     write_dump(::GetCurrentProcess(), ::GetCurrentProcessId(), file.get(), MiniDumpNormal,
                exceptionPointers != nullptr ? &information : nullptr, nullptr, nullptr);

@@ -6,8 +6,8 @@
 
 #include "crash/file_version.h"
 #include "crash/module_snapshot.h"
-#include "crash/number_text.h"
-#include "crash/scoped.h"
+#include "crash/wide_number_text.h"
+#include "net/scoped_handle.h"
 
 namespace TAVU::crash {
 
@@ -35,7 +35,7 @@ FILETIME LastWriteTimeByModule(HMODULE module) {
 
 // A file that cannot be opened leaves everything as it was.
 void ReadFileFacts(ModuleInfo& info) noexcept {
-  const ScopedFile file(
+  const QTC::ScopedFile file(
       ::CreateFileW(info.path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
   if (!file) return;
   info.fileSize = ::GetFileSize(file.get(), nullptr);

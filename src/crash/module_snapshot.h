@@ -5,7 +5,7 @@
 
 #include <tlhelp32.h>  // needs the other
 
-#include "crash/scoped.h"
+#include "net/scoped_handle.h"
 
 namespace TAVU::crash {
 
@@ -23,7 +23,7 @@ class ModuleSnapshot {
  private:
   static MODULEENTRY32W entry_;
 
-  const ScopedFile snapshot_;
+  const QTC::ScopedFile snapshot_;
   bool started_ = false;
 };
 

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "crash/number_text.h"
+#include "crash/wide_number_text.h"
 
 namespace TAVU::crash {
 

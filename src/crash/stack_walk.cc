@@ -10,7 +10,7 @@
 
 #include "crash/memory_probe.h"
 #include "crash/module_lookup.h"
-#include "crash/number_text.h"
+#include "crash/wide_number_text.h"
 
 namespace TAVU::crash {
 

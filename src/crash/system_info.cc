@@ -3,8 +3,8 @@
 #include <windows.h>
 
 #include "crash/file_version.h"
-#include "crash/number_text.h"
-#include "crash/scoped.h"
+#include "crash/scoped_library.h"
+#include "crash/wide_number_text.h"
 
 namespace TAVU::crash {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <utility>
 
-#include "crash/number_text.h"
+#include "crash/wide_number_text.h"
 
 namespace TAVU::crash {
 

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "api/frame/text_conversion.h"
-#include "crash/scoped.h"
+#include "net/scoped_handle.h"
 
 namespace TAVU::crash {
 
@@ -51,8 +51,8 @@ void WriteEndTag(const XmlNode& node, HANDLE file) {
 }  // namespace
 
 bool WriteXmlFile(const XmlNode& root, const std::wstring& path) {
-  const ScopedFile file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+  const QTC::ScopedFile file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                           FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return false;
   WriteXmlNode(root, file.get(), 0);
   return true;

@@ -2,25 +2,13 @@
 
 #include <windows.h>
 
+#include "net/scoped_handle.h"
+
 namespace TAVU::delivery {
 
 namespace {
 
-class ScopedFile {
- public:
-  explicit ScopedFile(HANDLE file) noexcept : file_(file) {}
-  ScopedFile(const ScopedFile&) = delete;
-  ScopedFile& operator=(const ScopedFile&) = delete;
-  ~ScopedFile() {
-    if (*this) ::CloseHandle(file_);
-  }
-
-  explicit operator bool() const noexcept { return file_ != INVALID_HANDLE_VALUE; }
-  [[nodiscard]] HANDLE get() const noexcept { return file_; }
-
- private:
-  HANDLE file_;
-};
+using QTC::ScopedFile;
 
 ScopedFile OpenForReading(const wchar_t* path) noexcept {
   return ScopedFile(::CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,

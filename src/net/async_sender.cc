@@ -8,20 +8,13 @@
 
 #include "lumo/basic_string.h"
 #include "net/ring_buffer.h"
-#include "net/scoped.h"
+#include "net/scoped_handle.h"
 
 namespace TAVU::QTC {
 
 namespace {
 
 constexpr DWORD kStartTimeoutMs = 1000;
-
-struct HandleTraits {
-  using Handle = HANDLE;
-  static constexpr HANDLE kInvalid = nullptr;
-  static void Close(HANDLE handle) noexcept { ::CloseHandle(handle); }
-};
-using ScopedHandle = Scoped<HandleTraits>;
 
 enum class Reset { kAutomatic, kManual };
 

@@ -1,4 +1,4 @@
-#include "crash/number_text.h"
+#include "crash/wide_number_text.h"
 
 namespace TAVU::crash {
 
