@@ -1,0 +1,34 @@
+# What a developer on Windows gets, as `cmake --install` lays it out and scripts/package packs it: the
+# same tree as the repository's where the README speaks of it, so that its links hold in both.
+include(CMakePackageConfigHelpers)
+
+set(tavu_config_folder lib/cmake/TAVU)
+
+install(TARGETS TAVU EXPORT TAVUTargets
+  RUNTIME DESTINATION bin
+  ARCHIVE DESTINATION lib
+  INCLUDES DESTINATION include)
+install(FILES $<TARGET_FILE_DIR:TAVU>/TAVU.pdb DESTINATION bin)
+install(TARGETS TAVU_CrashReporter tavu_collector tavu_host tavu_crashing_host RUNTIME DESTINATION bin)
+install(DIRECTORY include/tavu DESTINATION include)
+install(EXPORT TAVUTargets NAMESPACE TAVU:: DESTINATION ${tavu_config_folder})
+
+configure_package_config_file(cmake/TAVUConfig.cmake.in ${PROJECT_BINARY_DIR}/TAVUConfig.cmake
+  INSTALL_DESTINATION ${tavu_config_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/TAVUConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/TAVUConfig.cmake ${PROJECT_BINARY_DIR}/TAVUConfigVersion.cmake
+  DESTINATION ${tavu_config_folder})
+
+install(FILES README.md DESTINATION .)
+install(DIRECTORY docs DESTINATION .)
+install(FILES examples/host/host.cc DESTINATION examples/host)
+install(FILES examples/collector/README.md DESTINATION examples/collector)
+install(FILES examples/python_reader/read_requests.py DESTINATION examples/python_reader)
+install(PROGRAMS scripts/explain DESTINATION scripts)
+
+set(CPACK_GENERATOR ZIP)
+set(CPACK_PACKAGE_NAME TAVU)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_SYSTEM_NAME windows-x64)
+include(CPack)
