@@ -25,12 +25,18 @@ namespace {
 // asked, the notice goes by itself.
 constexpr std::chrono::seconds kUnattendedNotice(10);
 
+// For all that was kept earlier: a server that takes reports and never answers costs its time-out
+// for each, and the host may be waiting.
+constexpr ULONGLONG kLongestForEarlierMs = 60'000;
+
 // Sends what was kept earlier and deletes what arrived. A server that is away is tried once.
 void SendEarlier(const KeptReports& kept_reports, const std::wstring& software_id) {
   const KeptReports::Lock lock = kept_reports.TryLock();
   if (!lock) return;  // another reporter is at it
   std::set<std::wstring> away;
+  const ULONGLONG start = ::GetTickCount64();
   for (const KeptReport& kept : kept_reports.List(software_id)) {
+    if (::GetTickCount64() - start > kLongestForEarlierMs) break;
     if (away.count(kept.report.server_address)) continue;
     const UploadResult result = Upload(kept.report);
     if (result == UploadResult::kDelivered) kept_reports.Remove(lock, kept);

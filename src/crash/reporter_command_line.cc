@@ -20,8 +20,8 @@ void AppendPair(std::wstring& line, std::wstring_view key, std::wstring_view val
 }
 
 std::wstring AddressText(std::uint64_t address) {
-  std::wstring text(L"0x");
-  AppendHex(text, static_cast<std::uint32_t>(address), HexDigits::kUpper, 8);  // the low half
+  std::wstring text;
+  AppendAddress(text, address);
   return text;
 }
 

@@ -29,6 +29,11 @@ void AppendHex(std::wstring& text, std::uint32_t value, HexDigits digits, std::s
                digits == HexDigits::kUpper ? L"0123456789ABCDEF" : L"0123456789abcdef", min_digits);
 }
 
+void AppendAddress(std::wstring& text, std::uint64_t address) {
+  text.append(L"0x");
+  AppendHex(text, static_cast<std::uint32_t>(address), HexDigits::kUpper, 8);
+}
+
 void AppendSigned(std::wstring& text, std::uint32_t value) {
   if (static_cast<std::int32_t>(value) < 0) {
     text.push_back(L'-');

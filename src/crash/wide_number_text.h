@@ -15,6 +15,9 @@ void AppendUnsigned(std::wstring& text, std::uint32_t value, std::size_t min_dig
 void AppendHex(std::wstring& text, std::uint32_t value, HexDigits digits,
                std::size_t min_digits = 1);
 
+// "0x" and eight upper-case digits: the form of addresses, of which the low 32 bits are told.
+void AppendAddress(std::wstring& text, std::uint64_t address);
+
 // The same 32 bits read as a signed number.
 void AppendSigned(std::wstring& text, std::uint32_t value);
 

@@ -35,13 +35,11 @@ void XmlNode::AddAttribute(std::wstring_view name, std::wstring_view value) {
 }
 
 void XmlNode::AddNumberAttribute(std::wstring_view name, std::uint64_t value, int base) {
-  const auto low = static_cast<std::uint32_t>(value);
   std::wstring text;
   if (base == 10) {
-    AppendUnsigned(text, low);
+    AppendUnsigned(text, static_cast<std::uint32_t>(value));
   } else if (base == 16) {
-    text = L"0x";
-    AppendHex(text, low, HexDigits::kUpper, 8);
+    AppendAddress(text, value);
   }
   AddAttribute(name, text);
 }
