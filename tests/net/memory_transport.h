@@ -10,46 +10,39 @@
 
 namespace TAVU::test {
 
-class MemoryTransport final : public QTC::Transport {
- public:
-  // Gives `incoming` in pieces of at most `piece` bytes, then an orderly end. Takes `good_sends`
-  // sends; every further one has the result `bad_send`.
-  explicit MemoryTransport(std::vector<std::byte> incoming = {}, std::size_t piece = 2048)
-      : incoming_(std::move(incoming)), piece_(piece) {}
+// Gives `incoming` in pieces of at most `piece` bytes, then an orderly end. Takes `good_sends` sends;
+// every further one has the result `bad_send`.
+struct MemoryTransport final : QTC::Transport {
+  explicit MemoryTransport(std::vector<std::byte> to_come = {}, std::size_t at_once = 2048)
+      : incoming(std::move(to_come)), piece(at_once) {}
 
   std::ptrdiff_t SendAll(const std::byte* data, std::size_t size) override {
     if (sends.size() == good_sends) return bad_send;
-    sends.emplace_back(data, data + size);
+    sends.push_back(size);
+    sent.insert(sent.end(), data, data + size);
     return static_cast<std::ptrdiff_t>(size);
   }
   std::ptrdiff_t SendPieces(std::span<const std::span<const std::byte>> pieces) override {
     most_pieces = std::max(most_pieces, pieces.size());
     std::vector<std::byte> joined;
-    for (const auto& piece : pieces) joined.insert(joined.end(), piece.begin(), piece.end());
+    for (const auto& part : pieces) joined.insert(joined.end(), part.begin(), part.end());
     return SendAll(joined.data(), joined.size());
   }
   std::ptrdiff_t Receive(std::byte* out, std::size_t capacity) override {
-    const std::size_t size = std::min({capacity, piece_, incoming_.size() - position_});
-    if (size != 0) std::memcpy(out, incoming_.data() + position_, size);
-    position_ += size;
+    const std::size_t size = std::min({capacity, piece, incoming.size() - position});
+    if (size != 0) std::memcpy(out, incoming.data() + position, size);
+    position += size;
     return static_cast<std::ptrdiff_t>(size);
   }
 
-  [[nodiscard]] std::vector<std::byte> Sent() const {
-    std::vector<std::byte> all;
-    for (const auto& send : sends) all.insert(all.end(), send.begin(), send.end());
-    return all;
-  }
-
-  std::size_t good_sends = static_cast<std::size_t>(-1);
-  std::ptrdiff_t bad_send = -1;
-  std::vector<std::vector<std::byte>> sends;
+  std::vector<std::byte> incoming;
+  std::size_t piece;
+  std::size_t position = 0;
+  std::vector<std::byte> sent;
+  std::vector<std::size_t> sends;  // their sizes
   std::size_t most_pieces = 0;
-
- private:
-  std::vector<std::byte> incoming_;
-  std::size_t piece_;
-  std::size_t position_ = 0;
+  std::size_t good_sends = SIZE_MAX;
+  std::ptrdiff_t bad_send = -1;
 };
 
 }  // namespace TAVU::test
