@@ -69,15 +69,17 @@ class GatheringWriter final : public ConnectionWriter {
   std::vector<Piece> pieces_;            // in the order of sending, in buffer_ or borrowed
 };
 
-// Receives up to 2048 bytes at a time.
+// Receives up to 2048 bytes at a time. When `most_bytes` have come, it receives no more and fails.
 class BufferedReader final : public lumo::ByteSource {
  public:
-  explicit BufferedReader(Transport& transport) noexcept;  // not owned; outlives the reader
+  // The transport is not owned and outlives the reader.
+  BufferedReader(Transport& transport, std::size_t most_bytes) noexcept;
 
  private:
   [[nodiscard]] std::ptrdiff_t Refill() override;
 
   Transport& transport_;
+  std::size_t bytes_left_;
   std::array<std::byte, kBufferSize> buffer_;
 };
 

@@ -65,7 +65,7 @@ bool WriteRequest(Transport& connection, std::string_view method, const Value& a
 
 bool ReadReply(Transport& connection, Message& reply) {
   reply.Reset();
-  BufferedReader reader(connection);
+  BufferedReader reader(connection, kLongestReply);
   TransportHeader header;
   if (!header.Read(reader)) return false;
   if (header.HasUnpacketedBody()) return ReadReplyBody(reader, reply);

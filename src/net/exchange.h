@@ -1,6 +1,7 @@
 // Whole messages on a connection: transport header, packets, envelope, values.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -31,9 +32,13 @@ enum class Carrier {
 [[nodiscard]] bool WriteRequest(Transport& connection, std::string_view method,
                                 const lumo::Value& argument, Carrier carrier);
 
+// Bytes of a reply that are received at the most. A few tell all that counts, and one without an end
+// must not take the host's memory, of which decoded values need many times their bytes.
+inline constexpr std::size_t kLongestReply = 1 << 20;
+
 // Reads the next message on the connection, a reply's result value included (which is dropped). A
 // reply with a fault is read to the fault's own end and no further, because peers differ in whether
-// a result follows, and none must be waited for. False when the bytes are no message.
+// a result follows, and none must be waited for. False when the bytes are no message or too many.
 //
 // The time-out of the connection bounds each receive and not the whole reply: a peer that sends a
 // byte now and then keeps the reader waiting as long as it likes.
