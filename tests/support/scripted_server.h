@@ -1,51 +1,56 @@
-// Servers for tests, in the test's own process: on 127.0.0.1, on a port that the system chose, and
-// as ill-behaved as the test asks for.
-//
-// All of them work from their construction to their destruction, on threads of their own; the test
-// calls them from its one thread. Waiting functions wait for what they are asked for and give up
-// only after 60 seconds, which no healthy test reaches. WinSock is started by the first object and
-// stays started.
+// A server for tests, in the test's own process: on 127.0.0.1, on a port that the system chose, and
+// as ill-behaved as the test asks for. It works from its construction to its destruction, on a thread
+// of its own, and keeps nothing behind that. The test calls it from its one thread; what waits gives
+// up only after a minute, which no healthy test reaches.
 #pragma once
 
 #include <winsock2.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
+#include <string_view>
+#include <utility>
 #include <vector>
+
+#include "support/threads.h"
 
 namespace TAVU::test {
 
 using Bytes = std::vector<std::byte>;
 
+Bytes BytesOfText(std::string_view text);
 Bytes SuccessReply();  // a whole reply with a null result
 Bytes FaultReply();    // a whole reply with a fault without entries
 
-// What the server does with a connection: it reads a whole request (not with kAnswerEarly,
-// kResetAtOnce and kStopReading), acts, and then reads on until the client ends the connection.
+// What the server does with a connection; behind it, it reads on until the client ends. "Sends":
+// `reply`, and `endless` over and over behind it.
 enum class Act {
-  kAnswer,           // sends `reply` and keeps the connection open
-  kAnswerThenClose,  // sends `reply` and closes its half in an orderly way
-  kAnswerByByte,     // sends `reply` byte by byte, each a send (and a segment) of its own
-  kAnswerEarly,      // sends `reply` before it reads anything
-  kAnswerHalf,       // sends the first half of `reply`, then stays silent
-  kSilence,          // sends nothing
-  kClose,            // closes its half in an orderly way without an answer
-  kReset,            // resets the connection
-  kResetAtOnce,      // the same right behind the accepting
+  kAnswer,           // reads a whole request, then sends
+  kAnswerThenClose,  // the same, and closes its half in an orderly way
+  kAnswerByByte,     // the same as kAnswer, each byte a send (and a segment) of its own
+  kAnswerEarly,      // sends before it reads anything
+  kAnswerHalf,       // reads a request and sends the first half of `reply`
+  kSilence,          // reads a request
+  kClose,            // reads a request and closes its half in an orderly way
+  kReset,            // reads a request and resets the connection
+  kResetInside,      // reads the first bytes of a request and resets the connection
+  kResetAtOnce,      // resets right behind the accepting
+  kAnswerAndReset,   // sends and resets before it reads anything
   kStopReading,      // reads nothing at all and keeps the connection open, until ResetAll()
 };
 
 struct Script {
   Act act = Act::kAnswer;
   Bytes reply = SuccessReply();
+  Bytes endless = {};
 };
 
 enum class ConnectionEnd {
-  kOpen,      // not ended yet
-  kOrderly,   // the client closed in an orderly way
-  kReset,     // the client reset it (as a close with bytes of the server unread does)
-  kByBoth,    // the server had closed its half, then the client ended it, in whatever way
+  kOpen,     // not ended yet
+  kOrderly,  // the client closed in an orderly way
+  kReset,    // the client reset it, or ended it in whatever way when the server had closed its half
   kByServer,  // the server reset it
 };
 
@@ -63,80 +68,80 @@ class ScriptedServer {
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
 
-  [[nodiscard]] std::uint16_t port() const;
+  [[nodiscard]] std::uint16_t port() const { return port_; }
 
   // For the connections accepted from now on; Next() is for one only, and goes before.
-  void SetScript(Script script);
-  void Next(Script script);
-
-  // Holds all answers (closes and resets too) back until Release(). Requests are read all the same.
-  void Hold();
-  void Release();
-  // Resets every open connection; their scripts end there. Returns when all have ended.
+  void SetScript(Script script) {
+    monitor_.Do([&] { script_ = std::move(script); });
+  }
+  void Next(Script script) {
+    monitor_.Do([&] { next_.push_back(std::move(script)); });
+  }
+  // Holds all that a script does behind a request back until Release().
+  void Hold() { SetHeld(true); }
+  void Release() { SetHeld(false); }
+  // Resets every open connection; their scripts end there.
   void ResetAll();
 
-  // Waits until `count` whole requests have come in all, and gives every one so far, in the order
-  // of their completion: fewer than `count` when the patience is over.
-  [[nodiscard]] std::vector<Bytes> WaitForRequests(std::size_t count);
-  // Waits until `count` connections have been accepted in all; gives how many were.
-  [[nodiscard]] std::size_t WaitForConnections(std::size_t count);
+  // Wait until `count` have come in all, and give all that came: fewer when the patience is over.
+  // Requests are whole ones, in the order of their completion. Datagrams come to the same port.
+  [[nodiscard]] std::vector<Bytes> WaitForRequests(std::size_t count) {
+    return WaitFor(count, requests_);
+  }
+  [[nodiscard]] std::vector<Bytes> WaitForDatagrams(std::size_t count) {
+    return WaitFor(count, datagrams_);
+  }
+  [[nodiscard]] std::size_t WaitForConnections(std::size_t count) {
+    return WaitFor(count, connections_).size();
+  }
+  [[nodiscard]] std::deque<Connection> Connections() { return WaitFor(0, connections_); }
   // Waits until connection `index` (from 0, in the order of acceptance) has come and ended.
-  [[nodiscard]] Connection WaitForEnd(std::size_t index);
-  // The connections so far, as they are now.
-  [[nodiscard]] std::vector<Connection> Connections();
+  [[nodiscard]] Connection WaitForEnd(std::size_t index) {
+    const auto ended = [&] {
+      return connections_.size() > index && connections_[index].end != ConnectionEnd::kOpen;
+    };
+    return monitor_.When(ended, [&] { return ended() ? connections_[index] : Connection{}; });
+  }
 
  private:
   class Impl;
+
+  void SetHeld(bool held);
+  template <typename Things>
+  Things WaitFor(std::size_t count, const Things& things) {
+    return monitor_.When([&] { return things.size() >= count; }, [&] { return things; });
+  }
+
+  std::uint16_t port_ = 0;
+  Monitor monitor_;  // of all that follows but the last
+  Script script_;
+  std::deque<Script> next_;
+  std::deque<Connection> connections_;  // never move
+  std::vector<Bytes> requests_;
+  std::vector<Bytes> datagrams_;
   std::unique_ptr<Impl> impl_;
 };
-
-// Takes datagrams and answers none.
-class DatagramServer {
- public:
-  DatagramServer();
-  ~DatagramServer();
-  DatagramServer(const DatagramServer&) = delete;
-  DatagramServer& operator=(const DatagramServer&) = delete;
-
-  [[nodiscard]] std::uint16_t port() const;
-  // Waits until `count` datagrams have come in all, and gives every one so far.
-  [[nodiscard]] std::vector<Bytes> WaitForDatagrams(std::size_t count);
-
- private:
-  class Impl;
-  std::unique_ptr<Impl> impl_;
-};
+using DatagramServer = ScriptedServer;
 
 // A port that nothing listens on, kept from everybody else: a TCP connect is refused.
 class RefusingPort {
  public:
   RefusingPort();
-  ~RefusingPort();
-  RefusingPort(const RefusingPort&) = delete;
-  RefusingPort& operator=(const RefusingPort&) = delete;
   [[nodiscard]] std::uint16_t port() const { return port_; }
 
- private:
-  SOCKET socket_;
-  std::uint16_t port_;
+ protected:
+  std::shared_ptr<void> kept_;
+  std::uint16_t port_ = 0;
 };
 
-// A port on which a TCP connect neither succeeds nor fails but hangs: its listener accepts nothing
-// and its backlog is full. Works under Wine, where the system drops what comes on top; Windows
-// itself refuses it, which Hangs() tells by trying.
-class HangingPort {
+// A port on which a TCP connect neither succeeds nor fails but hangs, because the queue of its
+// listener is full. Windows itself refuses such a connect, which Hangs() tells.
+class HangingPort : public RefusingPort {
  public:
   HangingPort();
-  ~HangingPort();
-  HangingPort(const HangingPort&) = delete;
-  HangingPort& operator=(const HangingPort&) = delete;
-  [[nodiscard]] std::uint16_t port() const { return port_; }
   [[nodiscard]] bool Hangs() const { return hangs_; }
 
  private:
-  SOCKET listener_;
-  std::vector<SOCKET> waiting_;
-  std::uint16_t port_;
   bool hangs_ = false;
 };
 

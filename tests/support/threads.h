@@ -53,4 +53,37 @@ class Thread {
   HANDLE handle_;
 };
 
+// What threads share, when it is used inside Do and When only.
+class Monitor {
+ public:
+  template <typename Body>
+  decltype(auto) Do(Body body) {
+    const Guard held(*this);
+    return body();
+  }
+  // Behind a wait until `condition` holds, for a minute at the most.
+  template <typename Condition, typename Body>
+  decltype(auto) When(Condition condition, Body body) {
+    const Guard held(*this);
+    const ULONGLONG end = ::GetTickCount64() + 60'000;
+    for (ULONGLONG now = 0; !condition() && (now = ::GetTickCount64()) < end;) {
+      ::SleepConditionVariableSRW(&changed_, &lock_, static_cast<DWORD>(end - now), 0);
+    }
+    return body();
+  }
+
+ private:
+  struct Guard {
+    explicit Guard(Monitor& owner) : monitor(owner) { ::AcquireSRWLockExclusive(&monitor.lock_); }
+    ~Guard() {
+      ::ReleaseSRWLockExclusive(&monitor.lock_);
+      ::WakeAllConditionVariable(&monitor.changed_);
+    }
+    Monitor& monitor;
+  };
+
+  SRWLOCK lock_ = SRWLOCK_INIT;
+  CONDITION_VARIABLE changed_ = CONDITION_VARIABLE_INIT;
+};
+
 }  // namespace TAVU::test

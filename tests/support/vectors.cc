@@ -63,9 +63,8 @@ std::string Latin1Of(const std::string& utf8) {
 Value TableOf(const Json& notation) {
   auto table = std::make_unique<lumo::Table>();
   for (const Json& column : notation["columns"]) {
-    const ValueType type = column[1].is_string()
-                               ? lumo::TypeFromName(column[1].get<std::string>())
-                               : static_cast<ValueType>(column[1].get<int>());
+    const ValueType type = column[1].is_string() ? lumo::TypeFromName(column[1].get<std::string>())
+                                                 : static_cast<ValueType>(column[1].get<int>());
     table->AddColumn(Latin1Of(column[0].get<std::string>()), type);
   }
   for (const Json& cells : notation["rows"]) {
@@ -131,8 +130,7 @@ Value ValueOf(const Json& notation) {
   if (kind == "string-hex") return Value::CopyString(RawBytesOf(notation[1]));
   if (kind == "binary") return Value::CopyBinary(AsBytes(RawBytesOf(notation[1])));
   if (kind == "string-repeat" || kind == "binary-repeat") {
-    const std::string raw =
-        Repeated(RawBytesOf(notation[1]), notation[2].get<std::size_t>());
+    const std::string raw = Repeated(RawBytesOf(notation[1]), notation[2].get<std::size_t>());
     return kind[0] == 's' ? Value::CopyString(raw) : Value::CopyBinary(AsBytes(raw));
   }
   if (kind == "list") {
