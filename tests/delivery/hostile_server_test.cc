@@ -1,0 +1,286 @@
+// The library as a host has it, against servers that mean it ill. Whatever a server does, the call
+// comes back with the right code, nothing of it stays behind, and the next call works.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <list>
+#include <random>
+
+#include "delivery/host.h"
+#include "support/resources.h"
+#include "support/scripted_server.h"
+#include "support/threads.h"
+#include "support/vectors.h"
+// clang-format off
+#include <psapi.h>
+// clang-format on
+
+namespace TAVU::test {
+namespace {
+
+constexpr std::size_t kUpload = 1 << 20;  // more than the system takes off a sender unread
+
+enum class Outcome {
+  kSent,
+  kFailed,
+  kEither,  // where it depends on which came first, or on what a mutation hit
+};
+
+struct Case {
+  std::string name;
+  Script script;
+  Outcome outcome = Outcome::kFailed;
+};
+
+std::string Repeated(std::string_view piece, std::size_t count) {
+  std::string all;
+  for (; count != 0; --count) all += piece;
+  return all;
+}
+
+// A reply without packets, so that `body` may be of any size or have no end at all.
+Bytes Bare(std::string_view body) {
+  return BytesOfText(std::string({"\xCF\x10\0\x09\x80\0\0\0\0r\1\0", 12}) + std::string(body));
+}
+
+std::vector<Case> CasesOfConnections() {
+  return {
+      {"answers before it reads", {Act::kAnswerEarly}, Outcome::kSent},
+      {"answers and resets before it reads", {Act::kAnswerAndReset}, Outcome::kEither},
+      {"refuses", {.reply = FaultReply()}},
+      {"says nothing", {Act::kSilence}},
+      {"answers half", {Act::kAnswerHalf}},
+      {"closes", {Act::kClose}},
+      {"resets", {Act::kReset}},
+      {"resets inside the request", {Act::kResetInside}},
+      {"accepts and vanishes", {Act::kResetAtOnce}},
+  };
+}
+
+std::vector<Case> CasesOfEndlessReplies() {
+  const std::string string = "s" + std::string({"\x80\0", 2}) + Repeated("x", 0x8000);
+  const struct {
+    const char* name;
+    std::string begin, endless;
+  } kBodies[] = {
+      {"list", "V", "N"},
+      {"list of maps", "V", "MNNz"},
+      {"text", "", string},
+      {"columns", "ZVl\xFF\xFF\xFF\xFF", {"S\0\1xt\0\3int", 10}},
+      {"fault detail", {"fS\0\6detailV", 11}, "N"},
+  };
+  std::vector<Case> cases;
+  for (const auto& body : kBodies) {
+    const std::string piece = Repeated(body.endless, 0x10000 / body.endless.size() + 1);
+    cases.push_back({std::string("endless ") + body.name,
+                     {.reply = Bare(body.begin), .endless = BytesOfText(piece)}});
+  }
+  std::string keys = "M";
+  for (std::uint32_t key = 0; keys.size() < std::size_t{2} << 20; ++key) {
+    keys += 'I' + std::string(reinterpret_cast<const char*>(&key), sizeof key) + 'N';
+  }
+  cases.push_back({"endless map of new keys", {.reply = Bare(keys)}});
+  return cases;
+}
+
+std::vector<Case> CasesOfBrokenReplies() {
+  std::vector<Case> cases = {
+      {"deep lists", {.reply = Bare(Repeated("V", 1'000'000))}},
+      {"deep maps", {.reply = Bare(Repeated("MN", 500'000))}},
+      {"deep tables", {.reply = Bare(Repeated({"ZVl\0\0\0\0zVV", 11}, 100'000))}},
+      {"huge list", {Act::kAnswerThenClose, Bare("Vl\xFF\xFF\xFF\xFFN")}},
+      {"huge list that is small", {.reply = Bare("Vl\xFF\xFF\xFF\xFFNzz")}, Outcome::kSent},
+      {"huge table", {Act::kAnswerThenClose, Bare({"ZVl\0\0\0\0zVl\xFF\xFF\xFF\xFFVz", 16})}},
+      {"huge chunk", {Act::kAnswerThenClose, Bare("s\xFF\xFF")}},
+      {"huge header",
+       {Act::kAnswerThenClose, BytesOfText({"\xCF\x10\xFF\xFF\xFF\xFF\xFF\xFF", 8})}},
+      {"huge packet", {Act::kAnswerThenClose, BytesOfText({"\xCF\x10\0\4\xFF\xFFr\1\0S\0\1", 12})}},
+  };
+  const Json vectors = LoadVectors("replies.json")["replies"];
+  for (const Json& vector : vectors) {
+    const Outcome outcome = vector["code"] == 0 ? Outcome::kSent : Outcome::kFailed;
+    cases.push_back({vector["name"], {Act::kAnswerThenClose, BytesOf(vector["bytes"])}, outcome});
+  }
+  // Cut at each byte, and byte by byte. The result tells, not what may stand behind it.
+  const struct {
+    std::string_view reply;
+    std::size_t tail;  // bytes behind the result
+  } kReplies[] = {
+      {{"\xCF\x10\0\4\0\5r\1\0Nz\0\0", 13}, 3},
+      {{"\xCF\x10\0\4\0\x07r\1\0S\0\3a\0\2bcz\0\0", 20}, 3},
+      {{"\xCF\x10\0\4\0\x12r\1\0MI\0\0\0\1Vl\0\0\0\1Nzz\0\1z\0\0", 29}, 5},
+      {{"\xCF\x10\0\x0C\xC0\0\0\0\0\2\1\2r\1\0D\x40\x09\x21\xFB\0\0\0\0z", 25}, 1},
+  };
+  for (const auto& [reply, tail] : kReplies) {
+    const std::string name = Hex(reply.data(), reply.size());
+    cases.push_back({"dribbled " + name, {Act::kAnswerByByte, BytesOfText(reply)}, Outcome::kSent});
+    for (std::size_t cut = 0; cut < reply.size(); ++cut) {
+      const Outcome outcome = cut + tail < reply.size() ? Outcome::kFailed : Outcome::kSent;
+      cases.push_back({"cut at " + std::to_string(cut) + ' ' + name,
+                       {Act::kAnswerThenClose, BytesOfText(reply.substr(0, cut))},
+                       outcome});
+    }
+  }
+  // Mutations of all these, the same in every run.
+  std::mt19937 random(20111);
+  for (int i = 0; i < 400; ++i) {
+    Bytes bytes = BytesOfText(kReplies[random() % std::size(kReplies)].reply);
+    for (unsigned left = random() % 3 + 1; left != 0; --left) {
+      std::byte& byte = bytes[random() % bytes.size()];
+      byte = random() % 2 ? std::byte(random()) : byte ^ std::byte(1 << random() % 8);
+    }
+    const std::string name = "mutated " + Hex(bytes.data(), bytes.size());
+    cases.push_back({name, {Act::kAnswerThenClose, std::move(bytes)}, Outcome::kEither});
+  }
+  return cases;
+}
+
+// Makes each call against its server and an ordinary one behind it, exports in turn.
+int CallEach(const std::vector<Case>& cases) {
+  ScriptedServer server;
+  const Instance instance(server.port());
+  const std::vector<char> block(kUpload);
+  const TempFile document(Bytes(1)), dump((Bytes(kUpload)));
+  const std::wstring paths[] = {document.path(), dump.path()};
+  const std::function<bool()> exports[] = {
+      [&] { return TAVU_SendLog_TCPW(instance, 1, L"t", nullptr, L"m"); },
+      [&] { return TAVU_SendFileA(instance, kUpload, block.data(), "d", "m"); },
+      [&] { return TAVU_SendCrashInfoW(instance, L"m", L"d", paths[0].c_str(), paths[1].c_str()); },
+      [&] { return TAVU_SendLog_TCPA(instance, 1, "t", "extra", "m"); },
+  };
+  int calls = 0;
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.name);
+    // The uploads where it matters what becomes of a request that is under way.
+    const bool all = each.script.act == Act::kResetInside || each.script.act == Act::kResetAtOnce ||
+                     each.script.act == Act::kAnswerEarly;
+    for (std::size_t i = 0; i < (all ? std::size(exports) : 1); ++i) {
+      const auto& send = exports[all ? i : static_cast<std::size_t>(calls / 2 % 2 * 3)];
+      server.Next(each.script);
+      const bool is_silent =
+          each.script.act == Act::kSilence || each.script.act == Act::kAnswerHalf;
+      TAVU_SetTimeout(instance, is_silent ? 100 : 60'000);
+      static_cast<void>(TAVU_SetTimeout(nullptr, 1));  // leaves another code
+      const bool sent = send();
+      const std::uint32_t code = TAVU_GetLastError();
+      if (each.outcome != Outcome::kEither) EXPECT_EQ(sent, each.outcome == Outcome::kSent);
+      EXPECT_EQ(code, static_cast<std::uint32_t>(sent ? TAVU_ERROR_INVALID_HANDLE
+                                                      : TAVU_ERROR_CALL_FAILED));
+      TAVU_SetTimeout(instance, 60'000);
+      EXPECT_TRUE(send()) << "the next call";
+      calls += 2;
+    }
+  }
+  return calls;
+}
+
+void ExpectTheSame(const Resources& before, const Resources& now) {
+  ASSERT_GT(before.handles * before.blocks, 0u);
+  EXPECT_EQ(now.handles, before.handles);
+  // Less than a block in a hundred calls may come from the system itself.
+  EXPECT_LT(now.blocks, before.blocks + 10);
+  EXPECT_LT(now.bytes, before.bytes + 10'000);
+}
+
+TEST(Hostile, RepliesLeaveNothingBehindInAThousandCalls) {
+  const std::vector<Case> cases = CasesOfBrokenReplies();
+  CallEach({cases.begin(), cases.begin() + 20});  // what first calls bring up for good
+  const Resources before = MeasureResources();
+  const int calls = CallEach(cases);
+  EXPECT_GT(calls, 1000);
+  ExpectTheSame(before, MeasureResources());
+  RecordProperty("calls", calls);
+}
+
+TEST(Hostile, ConnectionsLeaveNothingBehind) {
+  const std::vector<Case> cases = CasesOfConnections();
+  CallEach(cases);
+  const Resources before = MeasureResources();
+  CallEach(cases);
+  ExpectTheSame(before, MeasureResources());
+}
+
+std::size_t PeakOfMemory() {
+  PROCESS_MEMORY_COUNTERS counters = {};
+  ::GetProcessMemoryInfo(::GetCurrentProcess(), &counters, sizeof counters);
+  return counters.PeakWorkingSetSize;
+}
+
+TEST(Hostile, EndlessRepliesEnd) {
+  const std::size_t before = PeakOfMemory();
+  CallEach(CasesOfEndlessReplies());
+  EXPECT_LT(PeakOfMemory() - before, std::size_t{200} << 20);
+}
+
+TEST(Hostile, ServersKeepNoQueueFromEnding) {
+  const std::vector<Case> cases = CasesOfConnections();
+  ScriptedServer server;
+  const TAVU_LUADUMP_SENDER sender = TAVU_LUADUMP_Create("127.0.0.1", server.port(), false);
+  for (const Case& each : cases) {
+    // Its time-out is two seconds.
+    if (each.script.act == Act::kSilence || each.script.act == Act::kAnswerHalf) continue;
+    server.Next(each.script);
+    EXPECT_TRUE(TAVU_LUADUMP_SendLuaDumpA(sender, 1, 1, 2, "m", "d", "u", "e"));
+  }
+  EXPECT_TRUE(TAVU_LUADUMP_SendLuaDumpA(sender, 1, 1, 2, "m", "the last", "u", "e"));
+  EXPECT_TRUE(TAVU_LUADUMP_Destroy(sender));
+  const Bytes last = server.WaitForEnd(cases.size() - 2).received;
+  EXPECT_NE(std::string(reinterpret_cast<const char*>(last.data()), last.size()).find("the last"),
+            std::string::npos);
+}
+
+// Kept: no time limit for what the server does not take. It ends with the connection.
+TEST(Hostile, AServerThatStopsReadingHoldsAnUpload) {
+  ScriptedServer server;
+  server.Next({Act::kStopReading});
+  const Instance instance(server.port());
+  TAVU_SetTimeout(instance, 50);
+  const std::vector<char> block(64 << 20);
+  Event ended;
+  std::uint32_t code = 0;
+  {
+    const Thread uploading([&] {
+      if (!TAVU_SendFileA(instance, block.size(), block.data(), "d", "m")) {
+        code = TAVU_GetLastError();
+      }
+      ended.Set();
+    });
+    EXPECT_EQ(server.WaitForConnections(1), 1u);
+    EXPECT_EQ(::WaitForSingleObject(ended.get(), 500), WAIT_TIMEOUT);
+    server.ResetAll();
+  }
+  EXPECT_EQ(code, TAVU_ERROR_CALL_FAILED);
+  EXPECT_TRUE(TAVU_SendFileA(instance, 1, block.data(), "d", "m"));
+}
+
+// One server for all, each with an instance of its own; no time-out ends one that waits its turn.
+TEST(Hosts, CallFromHundredsOfThreads) {
+  const auto call_from = [](int count) {
+    ScriptedServer server;
+    std::atomic<int> sent = 0;
+    {
+      std::list<Thread> threads;
+      for (int i = 0; i < count; ++i) {
+        threads.emplace_back([&] {
+          const Instance instance(server.port());
+          const std::string user = std::to_string(::GetCurrentThreadId());
+          char read[16] = {};
+          const bool right = TAVU_SetUserIDA(instance, user.c_str()) &&
+                             TAVU_GetUserIDA(instance, read, 16) && read == user;
+          if (TAVU_SendLog_TCPA(instance, 1, "t", nullptr, "m") && right &&
+              TAVU_GetLastError() == 0) {
+            ++sent;
+          }
+        });
+      }
+    }
+    EXPECT_EQ(sent, count);
+  };
+  call_from(10);  // what first threads bring up for good
+  const Resources before = MeasureResources();
+  call_from(300);
+  ExpectTheSame(before, MeasureResources());
+}
+
+}  // namespace
+}  // namespace TAVU::test
