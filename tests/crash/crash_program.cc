@@ -4,19 +4,15 @@
 #include <windows.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <iterator>
 #include <string>
-#include <vector>
 
 namespace {
 
 using Text = const std::wstring&;
 
-std::vector<TAVU_HANDLE> instances;
-TAVU_HANDLE current = nullptr;
-unsigned long argument = 0;  // the number behind the way to crash
+TAVU_HANDLE current = nullptr;  // the latest
+unsigned long argument = 0;     // the number behind the way to crash
 
 // ---- Ways to crash. The test builds this file without optimization, so that functions keep frames.
 
@@ -33,7 +29,6 @@ struct Ways {
   static void Divide() { zero = 1 / zero; }
   static void Illegal() { asm volatile("ud2"); }
   static void Breakpoint() { asm volatile("int3"); }
-  static void FastFail() { asm volatile("int $0x29" ::"c"(7)); }
   static void Raise() { ::RaiseException(argument, 0, 0, nullptr); }
   static void Throw() { throw 1; }
   static void InsideExport() { TAVU_SetUserIDA(current, reinterpret_cast<const char*>(0x10)); }
@@ -51,21 +46,18 @@ struct Ways {
   }
 };
 
-struct Way {
+constexpr struct {
   const wchar_t* name;
   void (*crash)();
-};
-constexpr Way kWays[] = {
+} kWays[] = {
     {L"read", Ways::Read},
     {L"write", Ways::Write},
     {L"execute", Ways::Execute},
     {L"divide", Ways::Divide},
     {L"illegal", Ways::Illegal},
     {L"breakpoint", Ways::Breakpoint},
-    {L"fast-fail", Ways::FastFail},
     {L"raise", Ways::Raise},
     {L"throw", Ways::Throw},
-    {L"abort", std::abort},
     {L"inside-export", Ways::InsideExport},
     {L"little-stack", Ways::LittleStack},
 };
@@ -98,7 +90,7 @@ bool Crash(Text text) {
   if (const auto colon = text.find(L':'); colon != text.npos) {
     argument = std::wcstoul(&text[colon + 1], nullptr, 0);
   }
-  const Way* way = kWays;
+  const auto* way = kWays;
   while (name != way->name) ++way;
   PrintRange("crash", way->crash);
   PrintRange("caller", &CallCrash);
@@ -113,20 +105,8 @@ bool Crash(Text text) {
 
 // ---- Other commands ----
 
-bool GiveText(wchar_t* buffer, std::int32_t capacity) {
-  std::swprintf(buffer, 64, L"asked & <%d> \u00e9", capacity);
-  return true;
-}
-bool ThrowWhenAsked(wchar_t* /*buffer*/, std::int32_t /*capacity*/) {
-  throw std::string("thrown");
-}
-bool CrashWhenAsked(wchar_t* /*buffer*/, std::int32_t /*capacity*/) {
-  return At(0x10) != 0;
-}
-
 bool Create(Text /*text*/) {
   current = TAVU_CreateW(L"crash-program", L"1.0.3", L"The \"Crash\" Program");
-  instances.push_back(current);
   return current != nullptr;
 }
 
@@ -137,13 +117,13 @@ bool SetServer(Text text) {
                                static_cast<std::uint16_t>(port));
 }
 
-// The first bytes of the guarded function.
+// The first bytes of the guarded function, where it lies, and the library.
 bool PrintEntry(Text /*text*/) {
   const auto* const entry = reinterpret_cast<const unsigned char*>(
       ::GetProcAddress(::GetModuleHandleW(L"kernel32"), "SetUnhandledExceptionFilter"));
-  std::printf("at = %p\nbytes = ", static_cast<const void*>(entry));
   for (int i = 0; i < 9; ++i) std::printf("%02x", entry[i]);
-  std::printf("\nlibrary = %p\n", static_cast<void*>(::GetModuleHandleW(L"TAVU")));
+  std::printf(" %p %p\n", static_cast<const void*>(entry),
+              static_cast<void*>(::GetModuleHandleW(L"TAVU")));
   return true;
 }
 
@@ -157,13 +137,25 @@ bool Send(Text /*text*/) {
   return ::CreateThread(nullptr, 0, send, nullptr, 0, nullptr) != nullptr;
 }
 
-struct Command {
+template <bool (*callback)(wchar_t*, std::int32_t)>
+bool SetCallback(Text /*text*/) {
+  return TAVU_SetCustumInfoCallbackW(current, callback);
+}
+bool GiveText(wchar_t* buffer, std::int32_t capacity) {
+  return std::swprintf(buffer, 64, L"asked & <%d> \u00e9", capacity) > 0;
+}
+bool ThrowWhenAsked(wchar_t* /*buffer*/, std::int32_t /*capacity*/) {
+  throw std::string("thrown");
+}
+bool CrashWhenAsked(wchar_t* /*buffer*/, std::int32_t /*capacity*/) {
+  return At(0x10) != 0;
+}
+
+const struct Command {
   const wchar_t* name;
   bool (*run)(Text text);
-};
-const Command kCommands[] = {
+} kCommands[] = {
     {L"create", Create},
-    {L"select", [](Text text) { return (current = instances.at(std::stoul(text))) != nullptr; }},
     {L"start", [](Text) { return TAVU_StartCrashHandler(current); }},
     {L"stop", [](Text) { return TAVU_StopCrashHandler(current); }},
     {L"destroy", [](Text) { return TAVU_Destroy(current); }},
@@ -176,11 +168,9 @@ const Command kCommands[] = {
     {L"reporter",
      [](Text text) { return TAVU_SetCustumCrashReporterPathW(current, text.c_str()); }},
     {L"info", [](Text text) { return TAVU_UpdateAdditionalCrashInfoW(current, text.c_str()); }},
-    {L"ask", [](Text) { return TAVU_SetCustumInfoCallbackW(current, GiveText); }},
-    {L"throw-when-asked",
-     [](Text) { return TAVU_SetCustumInfoCallbackW(current, ThrowWhenAsked); }},
-    {L"crash-when-asked",
-     [](Text) { return TAVU_SetCustumInfoCallbackW(current, CrashWhenAsked); }},
+    {L"ask", SetCallback<GiveText>},
+    {L"throw-when-asked", SetCallback<ThrowWhenAsked>},
+    {L"crash-when-asked", SetCallback<CrashWhenAsked>},
     {L"temp", [](Text text) { return ::SetEnvironmentVariableW(L"TMP", text.c_str()) != 0; }},
     {L"no-filter", [](Text) { return ::SetUnhandledExceptionFilter(nullptr) != nullptr; }},
     {L"entry", PrintEntry},

@@ -10,106 +10,106 @@ import socket
 import struct
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 import xml.etree.ElementTree as ElementTree
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-WINE, HOST = sys.argv[1], Path(sys.argv[2])
-OWN_REPORTER = HOST / 'a folder & more'  # a reporter that is not beside the host
-TEMP = HOST / 'temp'
+WINE, HOST = sys.argv.pop(1), Path(sys.argv.pop(1))
 SECONDS = 240  # for one crash on a busy machine
+
+# way | code, whose low byte is the exit status | name | attribute with the address, its value | where:
+# in the crashing function unless said otherwise. The test of the settings crashes by reading.
+WAYS = '''
+write@thread      | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000020 |
+execute           | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000030 | 0x30
+divide            | 0xC0000094 | EXCEPTION_INT_DIVIDE_BY_ZERO  |            |            |
+illegal           | 0xC000001D | EXCEPTION_ILLEGAL_INSTRUCTION |            |            |
+breakpoint        | 0x80000003 | EXCEPTION_BREAKPOINT          |            |            |
+little-stack:40   | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000010 |
+raise:0xE06D7363  | 0xE06D7363 | Microsoft C++ Exception       |            |            | raise
+throw@thread      | 0x20474343 | UNKNOWN_EXCEPTION             |            |            | raise
+'''
 
 
 def windows(path):
     return 'Z:' + str(path).replace('/', '\\')
 
 
-class Outcome:
-    """One run of the host: its exit status and words, the files left behind, the report.
+class Crash:
+    """One run of a host in a folder of its own: exit status, words, files left behind, report.
 
     Without a dump, for which Wine takes seconds, unless it is asked for by without=''.
     """
 
-    def __init__(self, commands, meanwhile=None, reporter=HOST, without='dbghelp'):
-        for folder in (HOST, OWN_REPORTER):
-            for name in ('report.txt', 'restart.txt', 'document.xml', 'dump.dmp'):
-                (folder / name).unlink(missing_ok=True)
-        shutil.rmtree(TEMP, ignore_errors=True)
-        TEMP.mkdir()
-        self.folder = reporter
+    def __init__(self, folder, commands, meanwhile=None, reporter='', without='dbghelp'):
+        self.host, self.temp = Path(folder, 'host'), Path(folder, 'temp')
+        self.reporter = self.host / reporter
+        self.temp.mkdir()
+        self.reporter.mkdir(parents=True)
+        for name, to in (('crash_program.exe', self.host), ('TAVU.dll', self.host),
+                         ('TAVU_CrashReporter.exe', self.reporter)):
+            shutil.copy(HOST / name, to)
         host = subprocess.Popen(
-            [WINE, HOST / 'crash_program.exe', 'temp=' + windows(TEMP)] + commands.split('|'),
+            [WINE, self.host / 'crash_program.exe', 'temp=' + windows(self.temp),
+             *commands.format(reporter=windows(self.reporter)).split('|')],
             env={**os.environ, 'WINEDLLOVERRIDES': f'mscoree,mshtml,{without}='},
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         try:
             if meanwhile:
-                meanwhile(host)
-            output, _ = host.communicate(timeout=SECONDS)
+                meanwhile(host, self.temp)
+            self.lines = host.communicate(timeout=SECONDS)[0].splitlines()
         finally:
             host.kill()
         self.status = host.returncode
-        self.lines = output.splitlines()
         self.words = dict(line.split(' = ', 1) for line in self.lines if ' = ' in line)
-        self.left = sorted(os.listdir(TEMP))
-
-    def report(self):
-        path = self.folder / 'report.txt'
-        return path.read_text('utf-8') if path.exists() else None
+        self.left = sorted(os.listdir(self.temp))
+        report, seen = self.reporter / 'report.txt', self.reporter / 'seen'
+        self.report = report.read_text('utf-8') if report.exists() else None
+        self.seen = {path.name.rsplit('_', 1)[1]: path for path in
+                     (seen.iterdir() if seen.exists() else ())}
 
     def document(self):
-        return ElementTree.fromstring((self.folder / 'document.xml').read_bytes())
+        return self.seen['CrashInfo.xml'].read_bytes()
 
     def range(self, name):
         begin, end = (int(word, 16) & 0xFFFFFFFF for word in self.words[name].split())
         return range(begin, end)
 
     def debugger(self):
-        """What lldb says of the dump's current thread: (thread, exception code, address)."""
+        """What lldb says of the dump's current thread: [thread, exception code, address]."""
         text = subprocess.run(
-            ['lldb', '--no-lldbinit', '--batch', '--core', self.folder / 'dump.dmp',
+            ['lldb', '--no-lldbinit', '--batch', '--core', self.seen['Crash.dmp'],
              '--one-line', 'thread list'], capture_output=True, text=True, timeout=SECONDS).stdout
         found = re.search(r'^\* thread .*: tid = (\w+), .*'
                           r'stop reason = Exception (\w+) encountered at address (\w+)', text, re.M)
-        return tuple(int(word, 16) for word in found.groups()) if found else text
-
-
-# way | code, whose low byte is the exit status | name | attribute with the address, its value | where:
-# in the crashing function unless said otherwise
-WAYS = '''
-read              | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | read_addr  | 0x00000010 |
-write             | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000020 |
-execute           | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000030 | 0x30
-divide            | 0xC0000094 | EXCEPTION_INT_DIVIDE_BY_ZERO  |            |            |
-illegal           | 0xC000001D | EXCEPTION_ILLEGAL_INSTRUCTION |            |            |
-breakpoint        | 0x80000003 | EXCEPTION_BREAKPOINT          |            |            |
-read@thread       | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | read_addr  | 0x00000010 |
-little-stack:40   | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000010 |
-raise:0xC0000026  | 0xC0000026 | EXCEPTION_INVALID_DISPOSITION |            |            | raise
-raise:0xE0000042  | 0xE0000042 | UNKNOWN_EXCEPTION             |            |            | raise
-raise:0xE06D7363  | 0xE06D7363 | Microsoft C++ Exception       |            |            | raise
-throw@thread      | 0x20474343 | UNKNOWN_EXCEPTION             |            |            | raise
-'''
+        return [int(word, 16) for word in found.groups()] if found else text
 
 
 class SequenceTest(unittest.TestCase):
     maxDiff = None
 
-    def check_way(self, way, code, name, attribute, value, where):
-        crash = Outcome(f'create|start|throw-when-asked|crash={way}', without='')
+    def crash(self, commands, **options):
+        folder = tempfile.TemporaryDirectory(prefix='a crash & more ')
+        self.addCleanup(folder.cleanup)
+        return Crash(folder.name, commands, **options)
+
+    def check_way(self, crash, code, name, attribute, value, where):
         self.assertEqual(crash.status, code & 0xFF)
         self.assertEqual(crash.left, [], 'the files are deleted unless the host says otherwise')
-        document = crash.document()
+        document = ElementTree.fromstring(crash.document())
         self.assertIsNone(document.find('custom_info'))
         exception = dict(document.find('crash_info/exception').attrib)
         stack = [dict(entry.attrib) for entry in document.find('crash_info/call_stack')]
         address = int(exception.pop('addr'), 16)
         module = exception.pop('module', None)
         self.assertEqual(exception, {'type': name, **({attribute: value} if attribute else {})})
-        self.assertEqual(crash.report().split(' exceptionAddr=')[1][:10], f'0x{address:08X}')
-        thread, seen_code, seen_address = crash.debugger()
-        self.assertEqual(thread, int(crash.words['thread'], 16))
-        self.assertEqual((seen_code, seen_address & 0xFFFFFFFF), (code, address))
+        self.assertIn(f' exceptionAddr=0x{address:08X} ', crash.report)
+        *seen, seen_address = crash.debugger()
+        self.assertEqual([*seen, seen_address & 0xFFFFFFFF],
+                         [int(crash.words['thread'], 16), code, address])
         if where == '0x30':
             self.assertEqual((address, module, stack), (0x30, None, []))
             return
@@ -117,78 +117,64 @@ class SequenceTest(unittest.TestCase):
         if where == 'raise':
             self.assertEqual(module, 'kernelbase.dll')
             return
-        self.assertEqual(module, 'crash_program.exe')
         self.assertIn(address, crash.range('crash'))
         self.assertGreaterEqual(len(stack), 3)
         for entry, function in zip(stack[1:], ('caller', 'starter')):
             self.assertIn(int(entry['addr'], 16), crash.range(function))
             self.assertEqual(list(entry), ['addr', 'params', 'module'])
-            self.assertEqual(entry['module'], 'crash_program.exe')
+            self.assertEqual((entry['module'], module), ('crash_program.exe',) * 2)
             self.assertRegex(entry['params'], '^([0-9a-f]{1,8}, ){4}[0-9a-f]{1,8}$')
 
     def test_ways(self):
-        for line in WAYS.strip().splitlines():
-            way, code, *rest = (cell.strip() for cell in line.split('|'))
+        ways = [[cell.strip() for cell in line.split('|')] for line in WAYS.strip().splitlines()]
+        with ThreadPoolExecutor(2) as pool:
+            crashes = list(pool.map(
+                lambda way: self.crash(f'create|start|throw-when-asked|crash={way[0]}', without=''),
+                ways))
+        for (way, code, *rest), crash in zip(ways, crashes):
             with self.subTest(way):
-                self.check_way(way, int(code, 16), *rest)
+                self.check_way(crash, int(code, 16), *rest)
 
-    def test_what_does_not_reach_the_filter(self):
-        for way in ('abort', 'throw', 'fast-fail'):
-            with self.subTest(way):
-                crash = Outcome(f'create|start|crash={way}')
-                self.assertNotEqual(crash.status, 0)
-                self.assertIsNone(crash.report())
-        with self.subTest('crash of the callback'):
-            crash = Outcome('create|start|crash-when-asked|crash=divide')
-            self.assertEqual((crash.status, crash.report(), crash.left), (5, None, []))
+    def test_crash_of_the_callback_does_not_come_back(self):
+        crash = self.crash('create|start|crash-when-asked|crash=divide')
+        self.assertEqual((crash.status, crash.report, crash.left), (5, None, []))
 
-    def test_settings_names_and_command_lines(self):
+    def test_settings_document_and_command_lines(self):
         """All settings are made after the start, and all count."""
-        crash = Outcome('create|start|user=a b%c|server=report.example:65535|keep|auto|lang=7|'
-                        f'restart=game.exe -x "y z"|reporter={windows(OWN_REPORTER)}|'
-                        'info=stored & <raw>|crash=read', reporter=OWN_REPORTER, without='')
-        self.assertEqual(len(crash.left), 2)
+        crash = self.crash(
+            'create|start|user=a b%c|server=report.example:65535|keep|auto|lang=7|'
+            'restart=game.exe -x "y z"|reporter={reporter}|ask|info=not used|crash=read',
+            reporter='own & other', without='')
         base = re.fullmatch(r'(crash_program_\d{14})_Crash.dmp', crash.left[0]).group(1)
-        self.assertEqual(crash.left[1], base + '_CrashInfo.xml')
-        raw = (TEMP / crash.left[1]).read_bytes()
-        self.assertEqual(raw, (OWN_REPORTER / 'document.xml').read_bytes(), 'incomplete when read')
-        self.assertEqual((TEMP / crash.left[0]).read_bytes(),
-                         (OWN_REPORTER / 'dump.dmp').read_bytes(), 'incomplete when read')
+        self.assertEqual(crash.left[1:], [base + '_CrashInfo.xml'])
+        for name in crash.left:
+            self.assertEqual((crash.temp / name).read_bytes(),
+                             (crash.reporter / 'seen' / name).read_bytes(), 'incomplete when read')
+        raw = crash.document()
         self.assertTrue(raw.startswith(
-            b'<TAVUCrashInfo>\n\t<custom_info>stored & <raw></custom_info>\n\t<system_info>\n'))
+            '<TAVUCrashInfo>\n\t<custom_info>asked & <4095> \u00e9</custom_info>\n'.encode()))
         self.assertNotIn(b'\r', raw)
-        program = '"' + windows(OWN_REPORTER) + '\\TAVU_CrashReporter.exe" '
-        files = windows(TEMP).replace(' ', '%20') + '\\\\' + base
-        address = re.search(rb'<exception addr="(0x\w{8})"', raw).group(1).decode()
-        self.assertEqual(crash.report(), (
+        document = ElementTree.fromstring(re.sub(b'<custom_info>.*\n', b'', raw))
+        exception = document.find('crash_info/exception').attrib
+        program = '"' + windows(crash.reporter) + '\\TAVU_CrashReporter.exe" '
+        files = windows(crash.temp).replace(' ', '%20') + '\\\\' + base
+        self.assertEqual(crash.report, (
             f'{program}exceptionInfoFilename={files}_CrashInfo.xml dumpFilename={files}_Crash.dmp '
-            f'exceptionAddr={address} userId=a%20b%25c softwareVer=1.0.3 softwareId=crash-program '
-            'serverAddr=report.example:65535 aotoReport=true appShowName=The%20"Crash"%20Program '
-            'appExeFile=crash_program reportLang=7 '))
+            f'exceptionAddr={exception["addr"]} userId=a%20b%25c softwareVer=1.0.3 '
+            'softwareId=crash-program serverAddr=report.example:65535 aotoReport=true '
+            'appShowName=The%20"Crash"%20Program appExeFile=crash_program reportLang=7 '))
         # The host did not wait for this second reporter, which waits for the host.
-        restart = OWN_REPORTER / 'restart.txt'
-        deadline = time.monotonic() + SECONDS
+        restart, deadline = crash.reporter / 'restart.txt', time.monotonic() + SECONDS
         while not (restart.exists() and restart.stat().st_size) and time.monotonic() < deadline:
             time.sleep(0.1)
         self.assertEqual(restart.read_text(), (
             f'{program}appRestart=true appExecuteCmd=game.exe%20-x%20"y%20z" '
             f'appPid={crash.words["process"]} '))
 
-    def test_missing_system_libraries(self):
-        for library, missing in (('version', 'document.xml'), ('dbghelp', 'dump.dmp')):
-            with self.subTest(library):
-                crash = Outcome('create|start|crash=read', without=library)
-                self.assertIsNotNone(crash.report(), 'the reporter starts all the same')
-                for name in ('document.xml', 'dump.dmp'):
-                    self.assertEqual((HOST / name).exists(), name != missing)
-
-    def test_document(self):
-        crash = Outcome('create|start|ask|info=not used|keep|crash=read')
-        raw = (HOST / 'document.xml').read_bytes()
-        self.assertIn('\t<custom_info>asked & <4095> \u00e9</custom_info>\n'.encode(), raw)
-        document = ElementTree.fromstring(re.sub(b'<custom_info>.*\n', b'', raw))
         self.assertEqual([section.tag for section in document],
                          ['system_info', 'crash_info', 'module_list'])
+        self.assertEqual(list(exception), ['addr', 'read_addr', 'type', 'module'])
+        self.assertEqual(exception['read_addr'], '0x00000010')
         processor, memory, system = document.find('system_info')
         self.assertEqual(list(processor.attrib), ['count', 'type', 'speed'])
         self.assertEqual(processor.get('count'), str(os.cpu_count()))
@@ -197,84 +183,82 @@ class SequenceTest(unittest.TestCase):
                                                'virtual_free', 'paging_file', 'paging_file_free'])
         self.assertTrue(all(int(value) < 2**32 for value in memory.attrib.values()))
         self.assertRegex(system.get('version'), r'^\d+\.\d+\.\d+\.2,')
-        modules = {module.get('name'): module for module in document.find('module_list')}
+        modules = {module.get('name'): module.attrib for module in document.find('module_list')}
         for name in ('crash_program.exe', 'TAVU.dll'):
-            module, path = modules[name], HOST / name
-            written = time.gmtime(path.stat().st_mtime)
-            self.assertEqual(list(module.attrib), ['name', 'path', 'file_size', 'base_addr',
-                                                   'base_size', 'file_ver', 'prod_ver',
-                                                   'list_modified'])
-            self.assertEqual(module.get('path'), windows(path))
-            self.assertEqual(module.get('file_size'), str(path.stat().st_size))
-            self.assertEqual(module.get('list_modified'),
-                             time.strftime('%Y-%m-%d %H:%M:%S', written))
-        self.assertEqual(int(modules['crash_program.exe'].get('base_addr'), 16),
+            module, file = modules[name], (crash.host / name).stat()
+            self.assertEqual(list(module), ['name', 'path', 'file_size', 'base_addr', 'base_size',
+                                            'file_ver', 'prod_ver', 'list_modified'])
+            self.assertEqual(
+                (module['path'], module['file_size'], module['list_modified']),
+                (windows(crash.host / name), str(file.st_size),
+                 time.strftime('%Y-%m-%d %H:%M:%S', time.gmtime(file.st_mtime))))
+        self.assertEqual(int(modules['crash_program.exe']['base_addr'], 16),
                          int(crash.words['base'], 16) & 0xFFFFFFFF)
-        self.assertEqual(modules['TAVU.dll'].get('file_ver'), '1.0.0.0')
+        self.assertEqual(modules['TAVU.dll']['file_ver'], '1.0.0.0')
+
+    def test_without_the_libraries_for_versions_and_dumps(self):
+        crash = self.crash('create|start|crash=read', without='version,dbghelp')
+        self.assertIn(' exceptionAddr=', crash.report, 'the reporter starts all the same')
+        self.assertEqual(crash.seen, {})
 
     def test_who_reports(self):
-        cases = (  # commands | whether the crash is reported | results
-            ('create|start|stop', False, {'start': '1 0', 'stop': '1 0'}),
-            ('create|start|destroy', False, {'destroy': '1 0'}),
-            ('create|start|create|destroy', True, {'destroy': '1 0'}),
-            ('create|start|create|stop', True, {'stop': '0 0'}),
-            ('create|start|start', True, {'start': '0 102'}),
-            ('create|start|create|start', True, {'start': '0 102'}),
-            ('no-filter|create|start|stop|destroy', False, {'stop': '0 0', 'destroy': '1 0'}),
-            ('create|start|stop|start', True, {'start': '1 0'}),
-            ('create|start|reporter=C:\\nowhere|restart=x', False, {}),
+        cases = (  # commands | results | whether the crash is reported
+            ('create|start|start|create|start|stop|info=stored & <raw>|destroy',
+             ['1 0', '0 102', '1 102', '0 102', '0 102', '1 102', '1 102'], True),
+            ('create|start|stop|start|destroy', ['1 0'] * 4, False),
+            ('no-filter|create|start|stop|destroy', ['1 0', '0 0', '0 0', '1 0'], False),
+            ('create|start|reporter=C:\\nowhere|restart=x', ['1 0'] * 3, False),
         )
-        for commands, reported, results in cases:
+        for commands, results, reported in cases:
             with self.subTest(commands):
-                crash = Outcome(commands + '|crash=read')
-                self.assertEqual({name: crash.words[name] for name in results}, results)
-                self.assertEqual(crash.report() is not None, reported)
-                self.assertEqual((crash.status, crash.left), (5, []))
+                crash = self.crash(commands + '|crash=read')
+                self.assertEqual([line.split(' = ')[1] for line in crash.lines[2:]][
+                    :len(results)], results)
+                self.assertEqual((crash.report is not None, crash.status, crash.left),
+                                 (reported, 5, []))
+                if reported:  # without the library for dumps
+                    self.assertEqual(list(crash.seen), ['CrashInfo.xml'])
+                    self.assertIn(b'<custom_info>stored & <raw></custom_info>', crash.document())
 
     def test_guard_of_the_shipped_library(self):
-        def entry(commands):
-            words = Outcome(commands + '|entry').words
-            return words['bytes'], int(words['at'], 16), int(words['library'], 16)
-
-        patched, at, library = entry('create|start')
-        self.assertEqual(patched[:2], 'e9')
-        displacement, = struct.unpack('<I', bytes.fromhex(patched[2:10]))
+        crash = self.crash('create|entry|start|entry|stop|entry|crash=read')
+        before, patched, after = (line.split() for line in crash.lines if ' = ' not in line)
+        self.assertEqual((crash.report, before), (None, after))
+        self.assertEqual(patched[0][:2], 'e9')
+        displacement, = struct.unpack('<I', bytes.fromhex(patched[0][2:10]))
+        at, library = (int(address, 16) for address in patched[1:])
         offset = (at + 5 + displacement - library) & 0xFFFFFFFF
         self.assertLess(offset, (HOST / 'TAVU.dll').stat().st_size + 0x10000)
-        self.assertEqual(entry('create|start|stop')[0], entry('create')[0])
 
     def test_crash_while_another_thread_is_inside_an_export(self):
+        def hold_the_export(host, temp):
+            connection, _ = server.accept()  # the export now waits for an answer
+            host.stdin.write('\n')
+            host.stdin.flush()
+            while not host.stdout.readline().startswith('thread = '):
+                pass
+            time.sleep(1)
+            self.assertEqual(os.listdir(temp), [], 'the filter did not wait for the export')
+            connection.close()
+
         with socket.create_server(('127.0.0.1', 0)) as server:
             port = server.getsockname()[1]
-
-            def hold_the_export(host):
-                connection, _ = server.accept()  # the export now waits for an answer
-                host.stdin.write('\n')
-                host.stdin.flush()
-                while not host.stdout.readline().startswith('thread = '):
-                    pass
-                time.sleep(1)
-                self.assertEqual(os.listdir(TEMP), [], 'the filter did not wait for the export')
-                connection.close()
-
-            crash = Outcome(f'create|start|server=127.0.0.1:{port}|send|wait|crash=read',
-                            meanwhile=hold_the_export)
+            crash = self.crash(f'create|start|server=127.0.0.1:{port}|send|wait|crash=read',
+                               meanwhile=hold_the_export)
         self.assertEqual(crash.status, 5)
-        self.assertIsNotNone(crash.report())
+        self.assertIsNotNone(crash.report)
 
     def test_crash_inside_an_export_never_ends(self):
-        def expect_silence(host):
+        def expect_silence(host, _):
             while not host.stdout.readline().startswith('thread = '):
                 pass
             time.sleep(3)
             self.assertIsNone(host.poll())
             host.kill()
 
-        crash = Outcome('create|start|crash=inside-export', meanwhile=expect_silence)
-        self.assertEqual((crash.left, crash.report()), ([], None))
+        crash = self.crash('create|start|crash=inside-export', meanwhile=expect_silence)
+        self.assertEqual((crash.left, crash.report), ([], None))
 
 
 if __name__ == '__main__':
-    OWN_REPORTER.mkdir(exist_ok=True)
-    shutil.copy(HOST / 'TAVU_CrashReporter.exe', OWN_REPORTER)
-    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)
+    unittest.main(verbosity=2)
