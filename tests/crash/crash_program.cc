@@ -49,18 +49,16 @@ struct Ways {
 constexpr struct {
   const wchar_t* name;
   void (*crash)();
-} kWays[] = {
-    {L"read", Ways::Read},
-    {L"write", Ways::Write},
-    {L"execute", Ways::Execute},
-    {L"divide", Ways::Divide},
-    {L"illegal", Ways::Illegal},
-    {L"breakpoint", Ways::Breakpoint},
-    {L"raise", Ways::Raise},
-    {L"throw", Ways::Throw},
-    {L"inside-export", Ways::InsideExport},
-    {L"little-stack", Ways::LittleStack},
-};
+} kWays[] = {{L"read", Ways::Read},
+             {L"write", Ways::Write},
+             {L"execute", Ways::Execute},
+             {L"divide", Ways::Divide},
+             {L"illegal", Ways::Illegal},
+             {L"breakpoint", Ways::Breakpoint},
+             {L"raise", Ways::Raise},
+             {L"throw", Ways::Throw},
+             {L"little-stack", Ways::LittleStack},
+             {L"inside-export", Ways::InsideExport}};
 
 void CallCrash(void (*crash)()) {
   crash();
