@@ -73,8 +73,7 @@ DWORD WINAPI CrashOnThread(void* crash) {
 }
 
 // Where a function lies, by the program's own unwind table.
-template <typename Function>
-void PrintRange(const char* name, Function* function) {
+void PrintRange(const char* name, void (*function)()) {
   DWORD64 base = 0;
   const auto address = reinterpret_cast<DWORD64>(function);
   const RUNTIME_FUNCTION* const range = ::RtlLookupFunctionEntry(address, &base, nullptr);
@@ -91,8 +90,8 @@ bool Crash(Text text) {
   const auto* way = kWays;
   while (name != way->name) ++way;
   PrintRange("crash", way->crash);
-  PrintRange("caller", &CallCrash);
-  PrintRange("starter", &CrashOnThread);
+  PrintRange("caller", reinterpret_cast<void (*)()>(&CallCrash));
+  PrintRange("starter", reinterpret_cast<void (*)()>(&CrashOnThread));
   std::printf("process = %lu\nbase = %p\n", ::GetCurrentProcessId(),
               static_cast<void*>(::GetModuleHandleW(nullptr)));
   void* const crash = reinterpret_cast<void*>(way->crash);
@@ -102,18 +101,6 @@ bool Crash(Text text) {
 }
 
 // ---- Other commands ----
-
-bool Create(Text /*text*/) {
-  current = TAVU_CreateW(L"crash-program", L"1.0.3", L"The \"Crash\" Program");
-  return current != nullptr;
-}
-
-bool SetServer(Text text) {
-  const std::size_t colon = text.find(L':');
-  const unsigned long port = std::wcstoul(&text[colon + 1], nullptr, 10);
-  return TAVU_SetReportServerW(current, text.substr(0, colon).c_str(),
-                               static_cast<std::uint16_t>(port));
-}
 
 // The first bytes of the guarded function, where it lies, and the library.
 bool PrintEntry(Text /*text*/) {
@@ -145,20 +132,25 @@ bool GiveText(wchar_t* buffer, std::int32_t capacity) {
 bool ThrowWhenAsked(wchar_t* /*buffer*/, std::int32_t /*capacity*/) {
   throw std::string("thrown");
 }
-bool CrashWhenAsked(wchar_t* /*buffer*/, std::int32_t /*capacity*/) {
-  return At(0x10) != 0;
-}
-
 const struct Command {
   const wchar_t* name;
   bool (*run)(Text text);
 } kCommands[] = {
-    {L"create", Create},
+    {L"create",
+     [](Text) {
+       current = TAVU_CreateW(L"crash-program", L"1.0.3", L"The \"Crash\" Program");
+       return current != nullptr;
+     }},
     {L"start", [](Text) { return TAVU_StartCrashHandler(current); }},
     {L"stop", [](Text) { return TAVU_StopCrashHandler(current); }},
     {L"destroy", [](Text) { return TAVU_Destroy(current); }},
     {L"user", [](Text text) { return TAVU_SetUserIDW(current, text.c_str()); }},
-    {L"server", SetServer},
+    {L"server",  // HOST:PORT
+     [](Text text) {
+       const std::size_t colon = text.find(L':');
+       const auto port = static_cast<std::uint16_t>(std::stoul(text.substr(colon + 1)));
+       return TAVU_SetReportServerW(current, text.substr(0, colon).c_str(), port);
+     }},
     {L"keep", [](Text) { return TAVU_DeleteLocalDumpFile(current, false); }},
     {L"auto", [](Text) { return TAVU_SetAutoReport(current, true); }},
     {L"lang", [](Text text) { return TAVU_SetReporterLanguage(current, std::stoul(text)); }},
@@ -168,7 +160,6 @@ const struct Command {
     {L"info", [](Text text) { return TAVU_UpdateAdditionalCrashInfoW(current, text.c_str()); }},
     {L"ask", SetCallback<GiveText>},
     {L"throw-when-asked", SetCallback<ThrowWhenAsked>},
-    {L"crash-when-asked", SetCallback<CrashWhenAsked>},
     {L"temp", [](Text text) { return ::SetEnvironmentVariableW(L"TMP", text.c_str()) != 0; }},
     {L"no-filter", [](Text) { return ::SetUnhandledExceptionFilter(nullptr) != nullptr; }},
     {L"entry", PrintEntry},

@@ -135,10 +135,6 @@ class SequenceTest(unittest.TestCase):
             with self.subTest(way):
                 self.check_way(crash, int(code, 16), *rest)
 
-    def test_crash_of_the_callback_does_not_come_back(self):
-        crash = self.crash('create|start|crash-when-asked|crash=divide')
-        self.assertEqual((crash.status, crash.report, crash.left), (5, None, []))
-
     def test_settings_document_and_command_lines(self):
         """All settings are made after the start, and all count."""
         crash = self.crash(

@@ -1,4 +1,5 @@
-// The collector's parts that need no socket: scanners and texts.
+// Where the collector sees a request end, and what it takes for UTF-8. What it makes of whole requests
+// is seen in collector_test.py.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,7 +12,6 @@
 #include "record_line.h"
 #include "request_scanner.h"
 #include "support/vectors.h"
-#include "utc_time.h"
 #include "value_json.h"
 
 namespace TAVU::collector {
@@ -57,18 +57,6 @@ std::pair<ScanState, std::string> Scan(const Bytes& request, std::size_t piece, 
     used += scanner.Feed(std::span(request).subspan(used, std::min(piece, request.size() - used)));
   }
   return {scanner.state(), scanner.reason()};
-}
-
-TEST(RequestScanner, FindsTheEndOfEachReferenceRequest) {
-  const test::Json vectors = test::LoadVectors("framing.json");
-  for (const auto& vector : vectors["requests"]) {
-    const Bytes whole = BytesOf(vector["bytes"]);
-    const Bytes followed = Joined({whole, BytesOf("cf100004")});
-    std::size_t used = 0;
-    EXPECT_EQ(Scan(followed, 7, used).first, ScanState::kComplete) << vector["name"];
-    EXPECT_EQ(used, whole.size()) << vector["name"];
-    EXPECT_TRUE(BeginsRequest(whole)) << vector["name"];
-  }
 }
 
 // Every value that the decoder takes has an end that the scanner finds; no value that the decoder
@@ -139,19 +127,6 @@ TEST(RequestScanner, HoldsItsLimitToTheByte) {
   EXPECT_EQ(Scan(request, 4, used, request.size() - 1).second, "request larger than 16 bytes");
 }
 
-TEST(BeginsRequest, TellsBeginningsFromContinuations) {
-  EXPECT_TRUE(BeginsRequest(BytesOf("cf10000a8000000001016301006d000b")));
-  for (const char* hex : {"", "cf10", "cf100004001363", "cf100004001363010078",
-                          "78787878787878787878", "cf10cf10cf10cf10cf10cf10"}) {
-    EXPECT_FALSE(BeginsRequest(BytesOf(hex))) << hex;
-  }
-}
-
-TEST(Texts, PercentDecode) {
-  EXPECT_EQ(PercentDecode("a%20b%2F%c3%A9"), "a b/\xC3\xA9");
-  EXPECT_EQ(PercentDecode("%%41%4%zz%"), "%A%4%zz%");
-}
-
 TEST(Texts, Utf8) {
   for (const char* text :
        {"", "a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80", "\xED\x9F\xBF\xF4\x8F\xBF\xBF"}) {
@@ -164,17 +139,6 @@ TEST(Texts, Utf8) {
   EXPECT_EQ(CutText("ab\xF0\x9F\x98\x80", 5), "ab");
   EXPECT_EQ(CutText("ab\xF0\x9F\x98\x80", 6), "ab\xF0\x9F\x98\x80");
   EXPECT_EQ(CutText("\x80\x80\x80\x80\x80\x80", 5).size(), 2u);
-}
-
-TEST(Texts, Times) {
-  const auto text = [](std::int64_t ms) {
-    return FormatUtc(UtcTime(std::chrono::milliseconds(ms)));
-  };
-  EXPECT_EQ(text(0), "1970-01-01T00:00:00.000Z");
-  EXPECT_EQ(text(-1), "1969-12-31T23:59:59.999Z");
-  EXPECT_EQ(text(1709209800250), "2024-02-29T12:30:00.250Z");
-  EXPECT_EQ(text(INT64_MAX), std::nullopt);
-  EXPECT_EQ(text(INT64_MIN), std::nullopt);
 }
 
 }  // namespace

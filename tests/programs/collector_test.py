@@ -19,6 +19,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import urllib.parse
 
 VECTORS = pathlib.Path(__file__).resolve().parents[1] / "data"
 COMMAND = []
@@ -40,8 +41,18 @@ def bytes_of(notation):
     return b"".join(bytes_of(piece) for piece in notation)
 
 
-def text_of(notation):
-    return notation if isinstance(notation, str) else notation[1] * notation[2]
+def plain(kind, *content):
+    """The content of a record's field: bytes of a binary value, else a text."""
+    if kind == "string":
+        return content[0]
+    data = bytes.fromhex(content[0]) * (content[1] if kind.endswith("-repeat") else 1)
+    return data.decode() if kind.startswith("string") else data
+
+
+FIELDS = {0: "reserved", 1: "software_id", 2: "software_version", 3: "level", 4: "log_type",
+          5: "kind_code", 6: "user_id", 7: "local_address", 8: "message", 101: "description",
+          102: "document", 103: "content", 301: "extra_data", 401: "extra", 402: "dump_number",
+          403: "dump"}
 
 
 def records(*kinds):
@@ -177,41 +188,23 @@ class CollectorTest(unittest.TestCase):
         self.store = pathlib.Path(folder.name) / "é" / "attachments"
 
     def check_line(self, line, case, transport):
-        given, kind = case["given"], case["kind"]
         self.assertRegex(line.pop("time"), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$")
         self.assertRegex(line.pop("peer"), r"^127\.0\.0\.1:\d+$")
-        expected = {"transport": transport, "service": case["service"], "kind": kind,
-                    "message": text_of(given["message"]), "reserved": "0"}
+        expected = {FIELDS[int(key)]: plain(*value) for key, value in case["fields"].items()}
+        for name in expected.keys() & {"log_type", "user_id", "message", "extra"}:
+            expected[name] = urllib.parse.unquote(expected[name])
+        for name in expected.keys() & {"level", "dump_number"}:
+            expected[name] = int(expected[name])
         files = {}
-        if kind == "luadump":
-            for name in ("message", "extra", "user", "dump"):
-                expected[name] = text_of(given[name]) if given[name] else "-"
-            files["dump_file"] = expected["dump"].encode()
-            user = expected.pop("user")
-            expected |= {
-                "kind_code": "4", "level": 0, "log_type": "LuaDump", "local_address": "0.0.0.0",
-                "user_id": "USER_SERVER" if given["user"] is None else user,
-                "software_id": given["software_id_number"],
-                "software_version": str(given["software_ver_number"]),
-                "dump_number": given["dump_number"]}
-        else:
-            expected |= {
-                "kind_code": "1", "user_id": given["user_id"] or "",
-                "software_id": given["software_id"], "software_version": given["software_ver"],
-                "local_address": given["local_address"]}
-        if kind == "log":
-            expected |= {"level": given["level"], "log_type": given["log_type"], "kind_code": "0"}
-            if given["extra"] is not None:
-                expected |= {"kind_code": "3", "extra_data": text_of(given["extra"])}
-        elif kind == "file":
-            expected |= {"level": 5, "log_type": "customfile", "document": "<root></root>",
-                         "message": text_of(given["message"]) or "-",
-                         "description": given["description"]}
-            files["content_file"] = bytes_of(given["data"])
-        elif kind == "crash":
-            expected |= {"level": 0, "log_type": "crash", "description": given["description"]}
-            files["document_file"] = bytes_of(given["document"])
-            files["dump_file"] = bytes_of(given["dump"])
+        if case["kind"] == "crash":
+            files = {"document_file": expected.pop("document").encode(),
+                     "dump_file": expected.pop("content")}
+        elif case["kind"] == "file":
+            files = {"content_file": expected.pop("content")}
+        elif case["kind"] == "luadump":
+            files = {"dump_file": expected["dump"]}
+            expected["dump"] = expected["dump"].decode()
+        expected |= {"transport": transport, "service": case["service"], "kind": case["kind"]}
         kept = {name: line.pop(name) for name in [*line] if name.endswith("_file")}
         self.assertEqual(line, expected)
         self.assertEqual(kept.keys(), files.keys())

@@ -32,34 +32,31 @@ class HostTest(unittest.TestCase):
     maxDiff = None
 
     def test_everything_arrives(self):
-        logs = [(level, *texts) for level, texts in enumerate(TEXTS)]
+        logs = [("log", level, *texts) for level, texts in enumerate(TEXTS)]
         expected = {
-            "tcp": [("log", *log) for log in logs] + [("log", 6, "exit", None, "goodbye"),
+            "tcp": [*logs, ("log", 6, "exit", None, "goodbye"),
                     ("file", 5, "customfile", None, "settings at the time of the failure"),
                     ("luadump", 0, "LuaDump", None, "attempt to index a nil value")],
-            "udp": [("log", *log) for log in logs] + [("log", 6, "exit", "0", "goodbye")],
-        }
+            "udp": [*logs, ("log", 6, "exit", "0", "goodbye")]}
         with collector_test.Collector() as collector:
             ended = run_host("127.0.0.1", collector.tcp_port)
             self.assertEqual((ended.returncode, ended.stderr), (0, ""), ended.stdout)
             self.assertNotIn("FAILED", ended.stdout)
             lines = [collector.line() for _ in range(sum(map(len, expected.values())))]
         for transport, records in expected.items():
-            arrived = [line for line in lines if line["transport"] == transport]
             self.assertEqual([(line["kind"], line["level"], line["log_type"],
-                               line.get("extra_data"), line["message"]) for line in arrived], records)
-        logs_and_files = [line for line in lines if line["kind"] != "luadump"]
-        self.assertEqual({(line["user_id"], line["software_id"], line["software_version"],
-                           line["local_address"]) for line in logs_and_files},
-                         {("Kim Lé / 李", "tavu-host", "1.0.3", "127.0.0.1")})
-        file = next(line for line in lines if line["kind"] == "file")
+                               line.get("extra_data"), line["message"])
+                              for line in lines if line["transport"] == transport], records)
+        by_kind = {line["kind"]: line for line in lines}
+        dump, file = by_kind.pop("luadump"), by_kind["file"]
+        for line in by_kind.values():
+            self.assertEqual((line["user_id"], line["software_id"], line["software_version"]),
+                             ("Kim Lé / 李", "tavu-host", "1.0.3"))
         self.assertEqual((file["description"], file["content_file"]["size"]), ("settings.ini", 35))
-        dump = next(line for line in lines if line["kind"] == "luadump")
-        self.assertEqual((dump["software_id"], dump["software_version"], dump["dump_number"]),
-                         ("1001", "103", 1))
-        self.assertEqual((dump["user_id"], dump["extra"], dump["dump"]),
-                         ("kim lee", "quest 12",
-                          "stack traceback:\n\tquest.lua:7: in function 'höre'\n"))
+        self.assertEqual([dump[key] for key in ("software_id", "software_version", "dump_number",
+                                                "user_id", "extra", "dump")],
+                         ["1001", "103", 1, "kim lee", "quest 12",
+                          "stack traceback:\n\tquest.lua:7: in function 'höre'\n"])
 
     def test_failures_are_told(self):
         with collector_test.Collector("--fault", "7:no") as collector:

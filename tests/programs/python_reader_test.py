@@ -1,25 +1,22 @@
 """The reader of requests in Python: what it decodes and refuses, and one request over a socket."""
-import contextlib, hashlib, json, pathlib, socket, subprocess, sys, unittest
+import contextlib
+import hashlib
+import json
+import pathlib
+import socket
+import subprocess
+import sys
+import unittest
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-READER = ROOT / "examples/python_reader/read_requests.py"
-sys.dont_write_bytecode = True
+from collector_test import SUCCESS, bytes_of, plain, records
+
+READER = pathlib.Path(__file__).resolve().parents[2] / "examples/python_reader/read_requests.py"
 sys.path.insert(0, str(READER.parent))
-import read_requests
+import read_requests  # found only now
 
-def joined(pieces):
-    pieces = [pieces] if isinstance(pieces, str) else pieces
-    return b"".join(bytes.fromhex(p if isinstance(p, str) else p[1] * p[2]) for p in pieces)
+CASES = records("log", "file", "crash", "luadump")
+REQUESTS = {case["name"]: bytes_of(case["request"]) for case in CASES}
 
-def plain(kind, *content):
-    if kind == "string":
-        return content[0]
-    data = bytes.fromhex(content[0]) * (content[1] if kind.endswith("-repeat") else 1)
-    return data.decode() if kind.startswith("string") else data
-
-CASES = json.loads((ROOT / "tests/data/records.json").read_text("ascii"))["cases"]
-REQUESTS = {case["name"]: joined(case["request"]) for case in CASES}
-SUCCESS = bytes.fromhex("CF 10 00 04 00 05 72 01 00 4E 7A 00 00")  # as docs/wire.md gives it
 
 class PythonReaderTest(unittest.TestCase):
     def test_decodes_every_request(self):
@@ -55,9 +52,10 @@ class PythonReaderTest(unittest.TestCase):
                 self.assertEqual(client.makefile("rb").read(), SUCCESS)
             output, errors = server.communicate(timeout=60)
         self.assertEqual((server.returncode, errors), (0, b""))
-        record, digest = json.loads(output), hashlib.sha256(bytes.fromhex("000102ff")).hexdigest()
-        self.assertEqual(record["message"], "a message")
-        self.assertEqual(record["content"], {"size": 4, "sha256": digest})
+        record = json.loads(output)
+        self.assertEqual((record["message"], record["content"]), (
+            "a message", {"size": 4, "sha256": hashlib.sha256(b"\0\1\2\xff").hexdigest()}))
+
 
 if __name__ == "__main__":
     unittest.main()
