@@ -1,0 +1,26 @@
+// The DLL as a host calls it: tavu_dll_bench TCP_PORT UDP_PORT, those of tavu_bare_server.
+#include <winsock2.h>
+
+#include <string>
+
+#include "measures.h"
+#include "pairs.h"
+
+int main(int argc, char** argv) {
+  using namespace TAVU::bench;
+  Require(argc == 3, "usage: tavu_dll_bench TCP_PORT UDP_PORT; it");
+  const auto tcp_port = static_cast<std::uint16_t>(std::stoul(argv[1]));
+  const auto udp_port = static_cast<std::uint16_t>(std::stoul(argv[2]));
+  WSADATA data;
+  Require(::WSAStartup(MAKEWORD(2, 2), &data) == 0, "WSAStartup");
+  const TAVU_HANDLE instance = TAVU_CreateW(L"my-game", L"1.0.3", L"My Game");
+  Require(instance != nullptr, "TAVU_CreateW");
+
+  MeasureUploadMemory(instance, tcp_port);
+  MeasureExchanges(instance, tcp_port, udp_port);
+  MeasureCalls(instance);
+  MeasureWaiting(instance);
+
+  TAVU_Destroy(instance);
+  ::WSACleanup();
+}
