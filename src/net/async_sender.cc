@@ -192,7 +192,7 @@ unsigned __stdcall AsyncSender::Context::ThreadMain(void* context) noexcept {
   own->Work();
   own->Release();
   // The library may have been freed by everybody else: there is no code to return to behind this.
-  ::FreeLibraryAndExitThread(module, 0);
+  ::FreeLibraryAndExitThread(module, 0);  // cppcheck-suppress missingReturn
 }
 
 void AsyncSender::Context::Work() noexcept {

@@ -20,7 +20,8 @@ class RingBuffer {
   RingBuffer() noexcept = default;  // without a block: the first element brings it
   RingBuffer(RingBuffer&& other) noexcept { Swap(other); }
   RingBuffer& operator=(RingBuffer&& other) noexcept {
-    RingBuffer(std::move(other)).Swap(*this);
+    RingBuffer taken(std::move(other));
+    taken.Swap(*this);
     return *this;
   }
 
