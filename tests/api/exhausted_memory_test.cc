@@ -1,33 +1,38 @@
-// Exports when memory runs out, at each allocation that they make: they fail, say so, and leave
-// everything as it was. The library is linked into the program, whose operator new can fail.
+// Exports when memory runs out, at each allocation that they make in turn: they fail, say so, leave
+// everything as it was, and hold neither lock nor instance. The library is linked into the program,
+// whose malloc (and operator new upon it) can fail on one thread.
 #include <gtest/gtest.h>
-#include <windows.h>
 
-#include <cstdlib>
 #include <functional>
-#include <new>
-#include <string>
 
 #include "api/frame/instance_record.h"
 #include "api/frame/last_error.h"
 #include "crash/crash_handler.h"
-#include "tavu/tavu.h"
+#include "delivery/host.h"
+#include "support/scripted_server.h"
 
-int allocations_until_failure = 0;  // 0: none fails
+struct {
+  DWORD thread = 0;
+  int countdown = 0;  // 1: the next one fails
+} failing;
 
-void* operator new(std::size_t size) {
-  if (allocations_until_failure > 0 && --allocations_until_failure == 0) throw std::bad_alloc();
-  if (void* block = std::malloc(size)) return block;
-  throw std::bad_alloc();
+template <typename Function, typename... Arguments>
+void* Allocate(const char* name, Arguments... arguments) {
+  if (GetCurrentThreadId() == failing.thread && --failing.countdown == 0) return nullptr;
+  const auto real = reinterpret_cast<Function*>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"msvcrt"), name)));
+  return real(arguments...);
 }
-void operator delete(void* block) noexcept {
-  std::free(block);
+extern "C" void* malloc(std::size_t size) {
+  return Allocate<decltype(malloc)>("malloc", size);
 }
-void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
+extern "C" void* realloc(void* block, std::size_t size) {
+  return Allocate<decltype(realloc)>("realloc", block, size);
 }
 
 namespace {
+
+using namespace TAVU::test;
 
 // Longer than what a string holds without an allocation.
 constexpr const char* kLong = "0123456789012345678901234567890123456789";
@@ -47,9 +52,29 @@ std::wstring StateOf(TAVU_HANDLE handle) {
                          record.refCount);
 }
 
+// Calls with the first allocation failing, then with the second, until a call makes fewer; `failed`
+// looks at each call that fails. Gives how many allocations there are.
+int FailEachAllocation(const std::function<bool()>& call, const std::function<void()>& failed) {
+  for (int nth = 1;; ++nth) {
+    failing = {::GetCurrentThreadId(), nth};
+    const bool done = call();
+    const bool reached = failing.countdown <= 0;
+    failing = {};
+    if (!reached) {
+      EXPECT_TRUE(done);
+      return nth - 1;
+    }
+    if (!done) failed();
+  }
+}
+
 TEST(ExhaustedMemory, ChangesNothing) {
-  char narrow[64] = "before";
-  wchar_t wide[64] = L"before";
+  ScriptedServer server;
+  const TempFile file(BytesOfText("abcdef"));
+  const std::wstring wide_path = file.path();
+  const std::string path = file.path<char>();
+  char narrow[64];
+  wchar_t wide[64];
   uint16_t port = 1;
   const std::function<bool(TAVU_HANDLE)> exports[] = {
       [](TAVU_HANDLE h) { return TAVU_SetReportServerA(h, kLong, 81); },
@@ -63,51 +88,75 @@ TEST(ExhaustedMemory, ChangesNothing) {
       [](TAVU_HANDLE h) { return TAVU_SetCustumCrashReporterPathA(h, kLong); },
       [](TAVU_HANDLE h) { return TAVU_SetCustumCrashReporterPathW(h, kLongWide); },
       [](TAVU_HANDLE h) { return TAVU_StartCrashHandler(h); },
+      // From here on with codes of sending.
+      [](TAVU_HANDLE h) { return TAVU_SendLog_TCPA(h, 1, kLong, kLong, kLong); },
+      [](TAVU_HANDLE h) { return TAVU_SendLog_TCPW(h, 1, kLongWide, kLongWide, kLongWide); },
+      [](TAVU_HANDLE h) { return TAVU_SendLog_UDPA(h, 1, kLong, kLong, kLong); },
+      [](TAVU_HANDLE h) { return TAVU_SendLog_UDPW(h, 1, kLongWide, kLongWide, kLongWide); },
+      [](TAVU_HANDLE h) { return TAVU_SendFileA(h, 1, "x", kLong, kLong); },
+      [](TAVU_HANDLE h) { return TAVU_SendFileW(h, 1, "x", kLongWide, kLongWide); },
+      [&](TAVU_HANDLE h) {
+        return TAVU_SendCrashInfo(h, kLong, kLong, path.c_str(), path.c_str());
+      },
+      [&](TAVU_HANDLE h) {
+        return TAVU_SendCrashInfoW(h, kLongWide, kLongWide, wide_path.c_str(), wide_path.c_str());
+      },
   };
   ASSERT_TRUE(TAVU::api::LastErrorSlot::AttachProcess());  // as the library's entry point does
   for (const auto& call : exports) {
     SCOPED_TRACE(&call - exports);
+    const bool sends = &call - exports > 10;
     TAVU_HANDLE handle = TAVU_CreateA("game", "1.0", "Game");
-    TAVU_SetReportServerA(handle, std::string(40, 'h').c_str(), 80);
+    TAVU_SetReportServerA(handle, sends ? "127.0.0.1" : std::string(40, 'h').c_str(),
+                          server.port());
     TAVU_SetUserIDA(handle, std::string(40, 'u').c_str());
-    const std::wstring before = StateOf(handle);
-    int nth = 1;
-    for (;; ++nth) {
-      allocations_until_failure = nth;
-      const bool done = call(handle);
-      const bool failed = allocations_until_failure == 0;
-      allocations_until_failure = 0;
-      ASSERT_EQ(done, !failed);
-      if (done) break;
-      EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_INVALID_ARGUMENT));
-      EXPECT_EQ(StateOf(handle), before);
-      EXPECT_STREQ(narrow, "before");
-      EXPECT_STREQ(wide, L"before");
-    }
-    EXPECT_GT(nth, 1) << "nothing was allocated";
-    EXPECT_TRUE(TAVU_Destroy(handle));
-    EXPECT_FALSE(TAVU_Destroy(handle)) << "a pin stayed";
     strcpy(narrow, "before");
     wcscpy(wide, L"before");
+    const std::wstring before = StateOf(handle);
+    const int allocations = FailEachAllocation(
+        [&] { return call(handle); },
+        [&] {
+          const uint32_t code = TAVU_GetLastError();
+          EXPECT_TRUE(sends ? code == TAVU_ERROR_CALL_FAILED || code == TAVU_ERROR_FILE_READ
+                            : code == TAVU_ERROR_INVALID_ARGUMENT)
+              << code;
+          EXPECT_EQ(StateOf(handle), before);
+          EXPECT_STREQ(narrow, "before");
+          EXPECT_STREQ(wide, L"before");
+        });
+    EXPECT_GE(allocations, sends ? 5 : 1);
+    EXPECT_TRUE(TAVU_Destroy(handle));
+    EXPECT_FALSE(TAVU_Destroy(handle)) << "a pin stayed";
   }
 }
 
-TEST(ExhaustedMemory, MakesNoInstance) {
+TEST(ExhaustedMemory, MakesNoInstanceAndNoLuaDump) {
+  TAVU_HANDLE handle = nullptr;
+  const auto code_is_right = [] {
+    EXPECT_EQ(TAVU_GetLastError(), uint32_t{TAVU_ERROR_INVALID_ARGUMENT});
+  };
   for (const bool in_wide_form : {false, true}) {
-    TAVU_HANDLE handle = nullptr;
-    for (int nth = 1; handle == nullptr; ++nth) {
-      allocations_until_failure = nth;
+    const auto create = [&] {
       handle = in_wide_form ? TAVU_CreateW(kLongWide, L"1.0", kLongWide)
                             : TAVU_CreateA(kLong, "1.0", kLong);
-      const bool failed = allocations_until_failure == 0;
-      allocations_until_failure = 0;
-      ASSERT_EQ(handle == nullptr, failed);
-      if (failed) {
-        EXPECT_EQ(TAVU_GetLastError(), static_cast<uint32_t>(TAVU_ERROR_INVALID_ARGUMENT));
-      }
-    }
+      return handle != nullptr;
+    };
+    EXPECT_GE(FailEachAllocation(create, code_is_right), 3);
     EXPECT_TRUE(TAVU_Destroy(handle));
   }
+  ScriptedServer server;
+  TAVU_LUADUMP_SENDER sender = nullptr;
+  const auto make = [&] {
+    sender = TAVU_LUADUMP_Create("127.0.0.1", server.port(), false);
+    return sender != nullptr;
+  };
+  EXPECT_GE(FailEachAllocation(make, [] {}), 2);
+  const auto post = [&] {
+    return TAVU_LUADUMP_SendLuaDumpW(sender, 1, 1, 1, kLongWide, L"d", L"u", L"e");
+  };
+  EXPECT_GE(FailEachAllocation(post, [] {}), 5);
+  EXPECT_TRUE(TAVU_LUADUMP_Destroy(sender));
+  EXPECT_EQ(server.WaitForRequests(1).size(), 1u);
 }
 
 }  // namespace

@@ -31,33 +31,6 @@ TEST(InstanceRegistry, SpreadsHandlesAsTheReference) {
   }
 }
 
-TEST(Conversions, ReachUtf8FromBothForms) {
-  const struct {
-    const char* ansi;  // code page 1252
-    const wchar_t* wide;
-    const char* raw;
-    const char* encoded;
-  } kCases[] = {
-      {"", L"", "", ""},
-      {"\xE9", L"\u00e9", "\xC3\xA9", "%C3%A9"},
-      {"5 \x80~", L"5 \u20ac~", "5 \xE2\x82\xAC~", "5%20%E2%82%AC%7E"},
-  };
-  for (const auto& c : kCases) {
-    std::string text = "before";
-    EXPECT_TRUE(AnsiToUtf8(c.ansi, text, TextForm::kRaw));
-    EXPECT_EQ(text, c.raw);
-    EXPECT_TRUE(AnsiToUtf8(c.ansi, text, TextForm::kPercentEncoded));
-    EXPECT_EQ(text, c.encoded);
-    EXPECT_TRUE(WideToUtf8(c.wide, text, TextForm::kRaw));
-    EXPECT_EQ(text, c.raw);
-    EXPECT_TRUE(WideToAnsi(c.wide, text));
-    EXPECT_EQ(text, c.ansi);
-  }
-  std::string text;
-  EXPECT_TRUE(WideToUtf8(L"\xD83D\xDE00", text, TextForm::kPercentEncoded));
-  EXPECT_EQ(text, "%F0%9F%98%80");
-}
-
 TEST(RunExport, LetsNoExceptionOut) {
   const auto throwing = [](auto exception) {
     return [exception](const ApiLock::Guard&) -> bool { throw exception; };
