@@ -7,40 +7,30 @@
 namespace TAVU::test {
 namespace {
 
-const wchar_t* Wide(const char* text) {
-  return !text ? nullptr : *text ? L"text" : L"";
-}
-
 enum class Kind { kTcp, kUdp, kUpload };
 using Handle = TAVU_HANDLE;
 using Text = const char*;
 
+const wchar_t* Wide(Text text) {
+  return !text ? nullptr : *text ? L"text" : L"";
+}
+
+#define SENDS(call) \
+  [](Handle h, [[maybe_unused]] int n, [[maybe_unused]] Text t, Text m) { return call; }
 struct {
   Text name;
   Kind kind;
   bool keeps_pin;  // on an instance without a report server
   bool (*send)(Handle to, int level, Text type, Text message);
 } const kExports[] = {
-    {"TCPA", Kind::kTcp, false,
-     [](Handle to, int n, Text t, Text m) { return TAVU_SendLog_TCPA(to, n, t, nullptr, m); }},
-    {"TCPW", Kind::kTcp, true,
-     [](Handle to, int n, Text t, Text m) {
-       return TAVU_SendLog_TCPW(to, n, Wide(t), nullptr, Wide(m));
-     }},
-    {"UDPA", Kind::kUdp, false,
-     [](Handle to, int n, Text t, Text m) { return TAVU_SendLog_UDPA(to, n, t, nullptr, m); }},
-    {"UDPW", Kind::kUdp, false,
-     [](Handle to, int n, Text t, Text m) {
-       return TAVU_SendLog_UDPW(to, n, Wide(t), nullptr, Wide(m));
-     }},
-    {"FileA", Kind::kUpload, false,
-     [](Handle to, int, Text, Text m) { return TAVU_SendFileA(to, 1, "x", "", m); }},
-    {"FileW", Kind::kUpload, false,
-     [](Handle to, int, Text, Text m) { return TAVU_SendFileW(to, 1, "x", L"", Wide(m)); }},
-    {"CrashInfo", Kind::kUpload, true,
-     [](Handle to, int, Text, Text m) { return TAVU_SendCrashInfo(to, m, "", "", ""); }},
-    {"CrashInfoW", Kind::kUpload, true,
-     [](Handle to, int, Text, Text m) { return TAVU_SendCrashInfoW(to, Wide(m), L"", L"", L""); }},
+    {"TCPA", Kind::kTcp, false, SENDS(TAVU_SendLog_TCPA(h, n, t, nullptr, m))},
+    {"TCPW", Kind::kTcp, true, SENDS(TAVU_SendLog_TCPW(h, n, Wide(t), nullptr, Wide(m)))},
+    {"UDPA", Kind::kUdp, false, SENDS(TAVU_SendLog_UDPA(h, n, t, nullptr, m))},
+    {"UDPW", Kind::kUdp, false, SENDS(TAVU_SendLog_UDPW(h, n, Wide(t), nullptr, Wide(m)))},
+    {"FileA", Kind::kUpload, false, SENDS(TAVU_SendFileA(h, 1, "x", "", m))},
+    {"FileW", Kind::kUpload, false, SENDS(TAVU_SendFileW(h, 1, "x", L"", Wide(m)))},
+    {"CrashInfo", Kind::kUpload, true, SENDS(TAVU_SendCrashInfo(h, m, "", "", ""))},
+    {"CrashInfoW", Kind::kUpload, true, SENDS(TAVU_SendCrashInfoW(h, Wide(m), L"", L"", L""))},
 };
 
 void ExpectFailure(bool result, std::uint32_t code) {
@@ -74,32 +64,23 @@ TEST(Refusals, ComeInTheOrderOfTheChecks) {
   }
 }
 
-TEST(Network, FailuresAreToldApartAndLeaveTheClientUsable) {
-  ScriptedServer server;
+TEST(Network, ThatCannotBeReachedIsToldApart) {
   const RefusingPort refusing;
   const HangingPort hanging;
-  const Instance instance(server.port());
-  const Instance unknown(server.port(), "256.256.256.256");
-  EXPECT_TRUE(TAVU_SetTimeout(instance, 150));
-  const Script faults[] = {{Act::kSilence}, {Act::kClose}, {Act::kReset}, {.reply = FaultReply()}};
+  const Instance instance(refusing.port());
+  const Instance waiting(hanging.port());
+  const Instance unknown(refusing.port(), "256.256.256.256");
+  EXPECT_TRUE(TAVU_SetTimeout(waiting, 150));
   for (const auto& each : kExports) {
     SCOPED_TRACE(each.name);
     if (each.keeps_pin && each.kind == Kind::kUpload) continue;  // its files come first: see below
-    EXPECT_TRUE(TAVU_SetReportServerA(instance, "127.0.0.1", refusing.port()));
     ExpectFailure(each.send(unknown, 0, "t", "m"), TAVU_ERROR_CONNECT_FAILED);
     if (each.kind == Kind::kUdp) {
       EXPECT_TRUE(each.send(instance, 0, "t", "m"));  // nobody listens, nobody tells
       continue;
     }
     ExpectFailure(each.send(instance, 0, "t", "m"), TAVU_ERROR_CONNECT_FAILED);
-    EXPECT_TRUE(TAVU_SetReportServerA(instance, "127.0.0.1", hanging.port()));
-    if (hanging.Hangs()) ExpectFailure(each.send(instance, 0, "t", "m"), TAVU_ERROR_CONNECT_FAILED);
-    EXPECT_TRUE(TAVU_SetReportServerA(instance, "127.0.0.1", server.port()));
-    for (const Script& fault : faults) {
-      server.Next(fault);
-      ExpectFailure(each.send(instance, 0, "t", "m"), TAVU_ERROR_CALL_FAILED);
-      EXPECT_TRUE(each.send(instance, 0, "t", "m"));
-    }
+    if (hanging.Hangs()) ExpectFailure(each.send(waiting, 0, "t", "m"), TAVU_ERROR_CONNECT_FAILED);
   }
 }
 
@@ -121,9 +102,7 @@ TEST(Files, ThatCannotBeReadCostNoConnection) {
   ExpectFailure(TAVU_SendCrashInfo(instance, "m", "d", "missing", "missing"), TAVU_ERROR_FILE_READ);
   ::CloseHandle(lock);
   EXPECT_TRUE(send(good.path(), locked.path()));
-  server.Next({Act::kClose});
-  ExpectFailure(send(good.path(), good.path()), TAVU_ERROR_CALL_FAILED);
-  EXPECT_EQ(server.WaitForConnections(2), 2u);
+  EXPECT_EQ(server.WaitForConnections(1), 1u);
 }
 
 }  // namespace
