@@ -1,57 +1,27 @@
 // The grammar of the formatting engine: any format, with arguments for whatever it asks, gives the
-// same bytes through a string as through buffers of one byte, and never touches what lies beyond.
+// same bytes through a string as through buffers of one byte, up to where these end.
 #include <cstdarg>
-#include <cstdint>
-#include <string>
 
-#include "fuzz/property.h"
+#include "fuzz/fuzzer.h"
 #include "lumo/formatter.h"
 
 using namespace TAVU::lumo;
 
-namespace {
-
-// Offers the engine one byte at a time.
-class OneByteSink final : public Formatter {
- public:
-  bool begin() override { return grow(); }
-  bool grow() override {
-    Commit(1);
-    buffer_ = &byte_;
+// Offers the engine one byte at a time, `left` times.
+struct OneByteSink final : Formatter {
+  bool begin() override {
+    buffer_ = &byte;
     capacity_ = 1;
-    offered_ = true;
-    return true;
+    return left-- > 0;
   }
-  void end(std::size_t written) override { Commit(written); }
-
+  bool grow() override { return begin(); }
+  void end(std::size_t written) override { text.append(&byte, written); }
+  char byte = 0;
+  std::ptrdiff_t left = 0;
   std::string text;
-
- private:
-  void Commit(std::size_t written) {
-    if (offered_ && written == 1) text += byte_;
-    offered_ = false;
-  }
-
-  char byte_ = 0;
-  bool offered_ = false;
 };
 
-// A format with a width or precision of at most three digits and only letters that these arguments
-// serve: every argument is read as 64 bits or as a pointer to a text, and both are given.
-std::string Tamed(const std::uint8_t* data, std::size_t size) {
-  std::string format;
-  int digits = 0;
-  for (std::size_t i = 0; i < size; ++i) {
-    const char letter = static_cast<char>(data[i]);
-    if (letter == '\0' || letter == '*') continue;
-    digits = letter >= '0' && letter <= '9' ? digits + 1 : 0;
-    if (digits > 3) continue;
-    format += letter;
-  }
-  return format;
-}
-
-std::size_t FormatToOneByteSink(OneByteSink& sink, const char* format, ...) {
+static std::size_t FormatToSink(OneByteSink& sink, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
   const std::size_t count = FormatInto(sink, format, arguments);
@@ -59,24 +29,33 @@ std::size_t FormatToOneByteSink(OneByteSink& sink, const char* format, ...) {
   return count;
 }
 
-}  // namespace
+// A format with a width or precision of at most three digits and only letters that these arguments
+// serve: every argument is read as 64 bits or as a pointer to a text, and both are given.
+static std::string Tamed(Bytes input) {
+  std::string format;
+  int digits = 0;
+  for (const char letter : TextOf(input)) {
+    if (letter == '\0' || letter == '*') continue;
+    digits = letter >= '0' && letter <= '9' ? digits + 1 : 0;
+    if (digits <= 3) format += letter;
+  }
+  return format;
+}
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size > 24) size = 24;  // at most twelve conversions
-  const std::string format = Tamed(data, size);
-  static constexpr const char* kText = "a text";
+void Check(Bytes input) {
+  // Of at most twelve conversions.
+  const std::string format = Tamed(input.first(std::min<std::size_t>(input.size(), 24)));
+  const auto write = [&](auto* function, auto& target) {
+    constexpr const char* t = "a text";
+    return function(target, format.c_str(), t, t, t, t, t, t, t, t, t, t, t, t, t);
+  };
   BasicString<char> target(std::string_view("before "));
-  const std::size_t appended =
-      Format(target, format.c_str(), kText, kText, kText, kText, kText, kText, kText, kText, kText,
-             kText, kText, kText, kText);
-  TAVU_PROPERTY(target.length() == 7 + appended);
-  TAVU_PROPERTY(target.view().starts_with("before "));
-
-  OneByteSink sink;
-  const std::size_t count =
-      FormatToOneByteSink(sink, format.c_str(), kText, kText, kText, kText, kText, kText, kText,
-                          kText, kText, kText, kText, kText, kText);
-  TAVU_PROPERTY(count == appended);
-  TAVU_PROPERTY(sink.text == target.view().substr(7));
-  return 0;
+  const std::size_t appended = write(&Format, target);
+  Require(target.length() == 7 + appended && target.view().starts_with("before "));
+  for (const std::size_t room : {appended + 1, appended, appended / 2}) {
+    OneByteSink sink;
+    sink.left = static_cast<std::ptrdiff_t>(room);
+    Require(write(&FormatToSink, sink) == std::min(room, appended));
+    Require(sink.text == target.view().substr(7, room));
+  }
 }
