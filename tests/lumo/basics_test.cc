@@ -80,7 +80,7 @@ TEST(Format, CombinesFlagsAsCDoes) {
     // Grouping: of digits, not of padding.
     ["%'d %'d %'d", [999, 1000, -1234567], "999 1,000 -1,234,567"],
     ["%'lu|%'x", [-1, 1193046], "18,446,744,073,709,551,615|123456"],
-    ["%'010d|%'-7d|%'.7u", [12345, 1234, 12], "000012,345|1,234  |0,000,012"],
+    ["%'010d|%'-8d|%'.7u", [12345, 123456, 12], "000012,345|123,456 |0,000,012"],
     // Signs and their place before zeros; '+' beats ' '; neither on an unsigned number.
     ["%+05d|% 05d|%+ d|% +d", [42, 42, 1, 1], "+0042| 0042|+1|+1"], ["%+u|%+i", [1, 0], "1|+0"],
     // '-' and an integer's precision beat '0'.

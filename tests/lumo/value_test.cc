@@ -104,7 +104,7 @@ TEST(Value, AssignmentSurvivesItsOwnContent) {
 
 TEST(Value, DestroysDeepNestingOnAFlatStack) {
   Value value;
-  for (int i = 0; i < 100'000; ++i) {
+  for (int i = 0; i < 40'000; ++i) {
     auto list = std::make_unique<List>();
     list->Append(std::move(value));
     auto table = std::make_unique<Table>();

@@ -88,8 +88,7 @@ TEST(Requests, AreTheSameOnBothCarriers) {
   const Value argument = Value::BorrowList(list);
   ASSERT_TRUE(QTC::WriteRequest(datagrams, "m", argument, Carrier::kDatagrams));
   ASSERT_TRUE(QTC::WriteRequest(stream, "m", argument, Carrier::kStream));
-  EXPECT_TRUE(stream.sent == datagrams.sent);
-  EXPECT_TRUE(IsRequest(stream.sent, "m", argument));
+  EXPECT_TRUE(stream.sent == datagrams.sent && IsRequest(stream.sent, "m", argument));
   EXPECT_TRUE(stream.most_pieces <= 1024 && stream.sends.size() <= 4);
 }
 

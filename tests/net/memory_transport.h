@@ -11,13 +11,13 @@
 namespace TAVU::test {
 
 // Gives `incoming` in pieces of at most `piece` bytes, then an orderly end. Takes `good_sends` sends;
-// every further one has the result `bad_send`.
+// the next one has the result `bad_send`. Takes what comes behind that, too, for tests to see.
 struct MemoryTransport final : QTC::Transport {
   explicit MemoryTransport(std::vector<std::byte> to_come = {}, std::size_t at_once = 2048)
       : incoming(std::move(to_come)), piece(at_once) {}
 
   std::ptrdiff_t SendAll(const std::byte* data, std::size_t size) override {
-    if (sends.size() == good_sends) return bad_send;
+    if (attempts++ == good_sends) return bad_send;
     sends.push_back(size);
     sent.insert(sent.end(), data, data + size);
     return static_cast<std::ptrdiff_t>(size);
@@ -41,6 +41,7 @@ struct MemoryTransport final : QTC::Transport {
   std::vector<std::byte> sent;
   std::vector<std::size_t> sends;  // their sizes
   std::size_t most_pieces = 0;
+  std::size_t attempts = 0;
   std::size_t good_sends = SIZE_MAX;
   std::ptrdiff_t bad_send = -1;
 };
