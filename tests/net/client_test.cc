@@ -60,8 +60,7 @@ TEST(Client, SaysWhatAServerDidToACall) {
     const ULONGLONG begin = ::GetTickCount64();
     EXPECT_EQ(client->Call("tavu_server", Value::Int(1)), code);
     if (thread_error != 0) EXPECT_EQ(lumo::GetThreadError(), thread_error);
-    // The tick count is coarse: 16 ms.
-    if (timeout == kShort) EXPECT_GE(::GetTickCount64() - begin + 16, kShort);
+    if (timeout == kShort) EXPECT_GE(::GetTickCount64() - begin + 16, kShort);  // coarse ticks
   }
 }
 
