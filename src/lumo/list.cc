@@ -31,10 +31,6 @@ List& List::operator=(List&& other) noexcept {
   return *this;
 }
 
-void List::Append(Value value) {
-  AppendNull() = std::move(value);
-}
-
 void List::Grow() {
   SetCapacity(capacity_ == 0 ? kFirstCapacity : capacity_ * 2);
 }

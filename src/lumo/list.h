@@ -19,7 +19,10 @@ class List : public FromDefaultAllocator {
   List& operator=(List&& other) noexcept;
   ~List() { Clear(); }
 
-  void Append(Value value);  // a copied argument is copied shallowly, a moved one is kept
+  void Append(Value value) {  // a copied argument is copied shallowly, a moved one is kept
+    if (count_ == capacity_) Grow();
+    std::construct_at(data_ + count_++, static_cast<Value&&>(value));
+  }
   // Appends a null. The reference is valid until the list grows again.
   Value& AppendNull() {
     if (count_ == capacity_) Grow();
