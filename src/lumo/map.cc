@@ -90,14 +90,14 @@ bool Map::InsertSpare() {
   Node& entry = Spare();
   entry.hash = Hash(entry.key, kInitialHash);
   entry.bucket = BucketOf(entry.hash);
-  if (Find(entry.key, entry.hash) != nullptr) {
+  if (count_ >= kMostWithoutIndex) IndexFor(count_ + 1);
+  const Place place = PlaceOf(entry.bucket);
+  if (Find(entry.key, entry.hash, place) != nullptr) {
     entry.key.Clear();
     entry.value.Clear();
     return false;
   }
-  if (count_ >= kMostWithoutIndex) IndexFor(count_ + 1);
   // From here on nothing fails.
-  const Place place = PlaceOf(entry.bucket);
   entry.next = place.first;
   (place.before == nullptr ? first_ : place.before->next) = &entry;
   if (index_ != nullptr) {
@@ -111,7 +111,8 @@ bool Map::InsertSpare() {
 }
 
 const Map::Node* Map::Find(const Value& key) const {
-  return Find(key, Hash(key, kInitialHash));
+  const std::uint32_t hash = Hash(key, kInitialHash);
+  return Find(key, hash, PlaceOf(BucketOf(hash)));
 }
 
 void Map::Clear() noexcept {
@@ -136,11 +137,11 @@ Map::Place Map::PlaceOf(std::uint32_t bucket) const noexcept {
   return {before, node};
 }
 
-Map::Node* Map::Find(const Value& key, std::uint32_t hash) const {
+Map::Node* Map::Find(const Value& key, std::uint32_t hash, const Place& place) const {
   const bool hash_decides = HashDecides(key);
   if (index_ != nullptr && hash_decides) return index_->Find(key, hash);
   const std::uint32_t bucket = BucketOf(hash);
-  Node* node = PlaceOf(bucket).first;
+  Node* node = place.first;
   for (; node != nullptr && node->bucket == bucket; node = node->next) {
     if (hash_decides && node->hash != hash) continue;
     if (AreEqual(node->key, key)) return node;
@@ -159,6 +160,13 @@ void Map::IndexFor(std::size_t count) {
   }
   DefaultAllocator::Free(index_);
   index_ = index;
+}
+
+void Map::Reserve(std::size_t entries, std::size_t bytes) {
+  constexpr std::size_t kLargest = PTRDIFF_MAX / 2;
+  if (entries > kLargest / sizeof(Node) || bytes > kLargest) throw BadAllocation();
+  const std::size_t size = entries * sizeof(Node) + bytes;
+  if (size > static_cast<std::size_t>(room_end_ - room_)) AddBlock(size);
 }
 
 Map::Node& Map::MakeSpare() {

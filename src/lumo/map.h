@@ -62,6 +62,10 @@ class Map : public FromDefaultAllocator {
   [[nodiscard]] Iterator end() const noexcept { return Iterator(nullptr); }
   void Clear() noexcept;
 
+  // Makes room in one block of memory for what is about to come: so many more entries, and `bytes`
+  // for Room. Who knows both spares a small map its several blocks.
+  void Reserve(std::size_t entries, std::size_t bytes = 0);
+
   // The way of a decoder, which saves it a block of memory per text and the moving about of values.
   // The spare entry lies in the map's memory, but does not belong to it until InsertSpare, which
   // does with its key and value as Insert does; after false both are null again.
@@ -93,7 +97,8 @@ class Map : public FromDefaultAllocator {
   struct Index;
 
   [[nodiscard]] Place PlaceOf(std::uint32_t bucket) const noexcept;
-  [[nodiscard]] Node* Find(const Value& key, std::uint32_t hash) const;
+  // `place` is that of the hash's bucket.
+  [[nodiscard]] Node* Find(const Value& key, std::uint32_t hash, const Place& place) const;
   void IndexFor(std::size_t count);
   Node& MakeSpare();
   void AddBlock(std::size_t size);

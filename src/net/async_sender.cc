@@ -95,6 +95,7 @@ class AsyncSender::Context {
   Lock lock_;  // of all that follows
   State state_ = State::kRunning;
   bool started_ = false;
+  bool idle_ = false;  // the worker has seen an empty queue, and nobody has woken it since
   RingBuffer<std::string> methods_;    // the two always
   RingBuffer<lumo::Value> arguments_;  // have the same size
   ResultCode last_code_ = ResultCode::kSuccess;
@@ -124,18 +125,18 @@ bool AsyncSender::Context::Start() noexcept {
 
 bool AsyncSender::Context::Enqueue(const char* method, lumo::Value argument) {
   std::string name(method == nullptr ? "" : method);
-  bool first = false;
+  bool wake = false;
   {
     const Lock::Guard held(lock_);
     if (!started_ || state_ != State::kRunning) return false;
     methods_.MakeRoom();
     arguments_.MakeRoom();
-    first = methods_.empty();
     methods_.Push(std::move(name));
     arguments_.Push(std::move(argument));
+    wake = std::exchange(idle_, false);
   }
-  // Behind others it needs no waking: the worker does not wait before it has seen the queue empty.
-  if (first) ::SetEvent(work_event_.get());
+  // A system call, spared while the worker is at work: it looks at the queue before it waits.
+  if (wake) ::SetEvent(work_event_.get());
   return true;
 }
 
@@ -199,6 +200,7 @@ void AsyncSender::Context::Work() noexcept {
   {
     const Lock::Guard held(lock_);
     started_ = true;
+    idle_ = true;
   }
   ::SetEvent(started_event_.get());
   for (;;) {
@@ -217,7 +219,10 @@ AsyncSender::Context::Step AsyncSender::Context::CallNext() noexcept {
     const Lock::Guard held(lock_);
     if (methods_.empty()) {
       // In one go with the look at the queue, so that nothing can be queued in between and be lost.
-      if (state_ == State::kRunning) return Step::kIdle;
+      if (state_ == State::kRunning) {
+        idle_ = true;
+        return Step::kIdle;
+      }
       state_ = State::kStopped;
       return Step::kStopped;
     }
