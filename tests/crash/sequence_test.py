@@ -233,13 +233,13 @@ class SequenceTest(unittest.TestCase):
             host.stdin.flush()
             while not host.stdout.readline().startswith('thread = '):
                 pass
-            time.sleep(1)
+            time.sleep(2)
             self.assertEqual(os.listdir(temp), [], 'the filter did not wait for the export')
             connection.close()
 
         with socket.create_server(('127.0.0.1', 0)) as server:
             port = server.getsockname()[1]
-            crash = self.crash(f'create|start|server=127.0.0.1:{port}|send|wait|crash=read',
+            crash = self.crash(f'create|start|keep|server=127.0.0.1:{port}|send|wait|crash=read',
                                meanwhile=hold_the_export)
         self.assertEqual(crash.status, 5)
         self.assertIsNotNone(crash.report)
@@ -248,7 +248,7 @@ class SequenceTest(unittest.TestCase):
         def expect_silence(host, _):
             while not host.stdout.readline().startswith('thread = '):
                 pass
-            time.sleep(3)
+            time.sleep(2)
             self.assertIsNone(host.poll())
             host.kill()
 
