@@ -33,12 +33,6 @@ struct {
     {"CrashInfoW", Kind::kUpload, true, SENDS(TAVU_SendCrashInfoW(h, Wide(m), L"", L"", L""))},
 };
 
-void ExpectFailure(bool result, std::uint32_t code) {
-  EXPECT_FALSE(result);
-  EXPECT_EQ(TAVU_GetLastError(), code);
-  static_cast<void>(TAVU_SetTimeout(nullptr, 1));  // leaves another code
-}
-
 TEST(Refusals, ComeInTheOrderOfTheChecks) {
   for (const auto& each : kExports) {
     SCOPED_TRACE(each.name);

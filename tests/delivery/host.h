@@ -1,6 +1,7 @@
 // What a host does with the library, for tests that go through its exports.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <tavu/tavu.h>
 #include <windows.h>
 
@@ -11,6 +12,12 @@
 #include <vector>
 
 namespace TAVU::test {
+
+inline void ExpectFailure(bool result, std::uint32_t code) {
+  EXPECT_FALSE(result);
+  EXPECT_EQ(TAVU_GetLastError(), code);
+  static_cast<void>(TAVU_SetTimeout(nullptr, 1));  // leaves another code
+}
 
 // The form of an export for texts of `Unit`.
 template <typename Unit, typename FormA, typename FormW>
