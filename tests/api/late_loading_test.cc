@@ -4,9 +4,9 @@
 
 #include <memory>
 
+#include "delivery/host.h"
 #include "support/resources.h"
 #include "support/threads.h"
-#include "tavu/tavu.h"
 
 namespace {
 
@@ -15,46 +15,27 @@ using TAVU::test::MeasureResources;
 using TAVU::test::Resources;
 using TAVU::test::Thread;
 
-class Library {
- public:
-  Library() : module_(LoadLibraryW(L"TAVU.dll")) {
-    Find(lastError, "TAVU_GetLastError");
-    Find(create, "TAVU_CreateA");
-    Find(destroy, "TAVU_Destroy");
-  }
-  ~Library() { FreeLibrary(module_); }
-  Library(const Library&) = delete;
-  Library& operator=(const Library&) = delete;
-
-  decltype(&TAVU_GetLastError) lastError = nullptr;
-  decltype(&TAVU_CreateA) create = nullptr;
-  decltype(&TAVU_Destroy) destroy = nullptr;
-
- private:
-  template <typename Function>
-  void Find(Function& function, const char* name) const {
-    function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module_, name)));
-  }
-
-  HMODULE module_;
-};
+HMODULE Load() {
+  return LoadLibraryW(L"TAVU.dll");
+}
 
 TEST(LateLoading, ServesThreadsThatRanBefore) {
   Event loaded;
   uint32_t before = 1, after = 1;
-  std::unique_ptr<Library> library;
+  HMODULE library = nullptr;
   auto thread = std::make_unique<Thread>([&] {
     WaitForSingleObject(loaded.get(), INFINITE);
-    before = library->lastError();
-    library->create("game", "?", "Game");
-    after = library->lastError();
+    before = TAVU_FIND(library, TAVU_GetLastError)();
+    TAVU_FIND(library, TAVU_CreateA)("game", "?", "Game");
+    after = TAVU_FIND(library, TAVU_GetLastError)();
   });
-  library = std::make_unique<Library>();
+  library = Load();
   loaded.Set();
   thread.reset();
   EXPECT_EQ(before, 0u);
   EXPECT_EQ(after, static_cast<uint32_t>(TAVU_ERROR_BAD_VERSION));
-  EXPECT_EQ(library->lastError(), 0u) << "of the thread that loaded the library";
+  EXPECT_EQ(TAVU_FIND(library, TAVU_GetLastError)(), 0u) << "of the thread that loaded it";
+  FreeLibrary(library);
 }
 
 DWORD NextFreeTlsIndex() {
@@ -65,12 +46,11 @@ DWORD NextFreeTlsIndex() {
 
 TEST(LateLoading, LeavesNothingBehindWhenUnloaded) {
   const auto round = [] {
-    {
-      const Library library;
-      TAVU_HANDLE handle = library.create("game", "1.0", "Game");
-      ASSERT_TRUE(library.destroy(handle));
-      ASSERT_FALSE(library.destroy(handle));
-    }
+    const HMODULE library = Load();
+    TAVU_HANDLE handle = TAVU_FIND(library, TAVU_CreateA)("game", "1.0", "Game");
+    ASSERT_TRUE(TAVU_FIND(library, TAVU_Destroy)(handle));
+    ASSERT_FALSE(TAVU_FIND(library, TAVU_Destroy)(handle));
+    FreeLibrary(library);
     ASSERT_EQ(GetModuleHandleW(L"TAVU.dll"), nullptr);
   };
   round();
@@ -87,15 +67,17 @@ TEST(LateLoading, LeavesNothingBehindWhenUnloaded) {
 }
 
 TEST(LateLoading, FreesWhatAnEndedThreadHad) {
-  const Library library;
-  const auto run_threads = [&library](int count) {
-    for (int i = 0; i < count; ++i) Thread([&library] { library.destroy(nullptr); });
+  const HMODULE library = Load();
+  const auto destroy = TAVU_FIND(library, TAVU_Destroy);
+  const auto run_threads = [destroy](int count) {
+    for (int i = 0; i < count; ++i) Thread([destroy] { destroy(nullptr); });
   };
   run_threads(10);
   const Resources before = MeasureResources();
   ASSERT_GT(before.blocks, 0u);
   run_threads(100);
   EXPECT_LT(MeasureResources().blocks, before.blocks + 20) << "a block for each thread stayed";
+  FreeLibrary(library);
 }
 
 }  // namespace

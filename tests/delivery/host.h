@@ -11,6 +11,10 @@
 #include <type_traits>
 #include <vector>
 
+// An export of a library that was loaded late.
+#define TAVU_FIND(library, name) \
+  reinterpret_cast<decltype(&name)>(reinterpret_cast<void*>(::GetProcAddress(library, #name)))
+
 namespace TAVU::test {
 
 inline void ExpectFailure(bool result, std::uint32_t code) {

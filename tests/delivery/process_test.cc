@@ -19,10 +19,6 @@ namespace {
 
 constexpr int kFailed = 1'000'000;  // exit status
 
-// An export of a library that was loaded late.
-#define TAVU_FIND(library, name) \
-  reinterpret_cast<decltype(&name)>(reinterpret_cast<void*>(::GetProcAddress(library, #name)))
-
 TAVU_HANDLE NewInstance(HMODULE library, std::uint16_t port) {
   const TAVU_HANDLE instance = TAVU_FIND(library, TAVU_CreateW)(L"game", L"1.0.3", L"Game");
   TAVU_FIND(library, TAVU_SetReportServerA)(instance, "127.0.0.1", port);

@@ -2,10 +2,10 @@
 #include "net/async_sender.h"
 
 #include <gtest/gtest.h>
-#include <winternl.h>
 
 #include "lumo/memory_reader.h"
 #include "net/exchange.h"
+#include "support/resources.h"
 #include "support/scripted_server.h"
 #include "support/threads.h"
 
@@ -84,26 +84,13 @@ TEST(AsyncSender, GoesOnBehindCallsThatFail) {
   }
 }
 
-// Handles that this process has open.
-std::ptrdiff_t CountHandles() {
-  std::vector<std::byte> buffer(1 << 22);
-  ULONG size = 0;
-  EXPECT_EQ(::NtQuerySystemInformation(SystemHandleInformation, buffer.data(),
-                                       static_cast<ULONG>(buffer.size()), &size),
-            0);
-  const auto* const all = reinterpret_cast<const SYSTEM_HANDLE_INFORMATION*>(buffer.data());
-  return std::count_if(all->Handle, all->Handle + all->Count, [](const SYSTEM_HANDLE_ENTRY& one) {
-    return one.OwnerPid == ::GetCurrentProcessId();
-  });
-}
-
 TEST(AsyncSender, LeavesTwoHandlesBehind) {
   // The started event and the thread: required, and no more than these.
   static_cast<void>(NewSender(1));  // what the first one brings up for good
-  const std::ptrdiff_t before = CountHandles();
-  ASSERT_GT(before, 0);
+  const std::size_t before = CountHandles();
+  ASSERT_GT(before, 0u);
   for (int i = 0; i < 50; ++i) ASSERT_TRUE(NewSender(1));
-  EXPECT_EQ(CountHandles() - before, 100);
+  EXPECT_EQ(CountHandles() - before, 100u);
 }
 
 TEST(AsyncSender, GivesUpOnAThreadThatDoesNotStart) {

@@ -1,4 +1,4 @@
-// What a process holds of the system's things, for tests that nothing is left behind.
+// What this process holds of the system's things, for tests that nothing is left behind.
 #pragma once
 
 #include <windows.h>
@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <vector>
 
 namespace TAVU::test {
@@ -19,27 +18,14 @@ struct Resources {
 };
 
 inline std::size_t CountHandles() {
-  struct Entry {
-    ULONG pid;
-    UCHAR type;
-    UCHAR flags;
-    USHORT handle;
-    void* object;
-    ACCESS_MASK access;
-  };
   std::vector<std::byte> buffer(1 << 22);
-  constexpr auto kSystemHandleInformation = static_cast<SYSTEM_INFORMATION_CLASS>(16);
-  ULONG size = 0;
-  if (::NtQuerySystemInformation(kSystemHandleInformation, buffer.data(),
-                                 static_cast<ULONG>(buffer.size()), &size) != 0) {
+  const auto size = static_cast<ULONG>(buffer.size());
+  if (::NtQuerySystemInformation(SystemHandleInformation, buffer.data(), size, nullptr) != 0) {
     return 0;
   }
-  ULONG count = 0;
-  std::memcpy(&count, buffer.data(), sizeof count);
-  const auto* entries = reinterpret_cast<const Entry*>(buffer.data() + alignof(Entry));
-  return static_cast<std::size_t>(std::count_if(entries, entries + count, [](const Entry& entry) {
-    return entry.pid == ::GetCurrentProcessId();
-  }));
+  const auto* all = reinterpret_cast<const SYSTEM_HANDLE_INFORMATION*>(buffer.data());
+  const auto is_ours = [](const auto& one) { return one.OwnerPid == ::GetCurrentProcessId(); };
+  return static_cast<std::size_t>(std::count_if(all->Handle, all->Handle + all->Count, is_ours));
 }
 
 inline Resources MeasureResources() {
