@@ -189,7 +189,6 @@ TEST(Hostile, RepliesLeaveNothingBehindInAThousandCalls) {
   const int calls = CallEach(cases);
   EXPECT_GT(calls, 1000);
   ExpectTheSame(before, MeasureResources());
-
 }
 
 TEST(Hostile, ConnectionsLeaveNothingBehind) {
