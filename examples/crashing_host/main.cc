@@ -92,6 +92,7 @@ int Run(const Options& options) {
 
 }  // namespace crashing_host
 
+// NOLINTNEXTLINE(bugprone-exception-escape): without memory for its options it ends, as it should
 int main(int argc, char** argv) {
   using crashing_host::AllWays;
   crashing_host::Options options;

@@ -74,7 +74,7 @@ class Creature {
 
  private:
   // The object is still a Creature here, whatever it is to become.
-  void MoveFromConstructor() { Move(); }
+  void MoveFromConstructor() { Move(); }  // NOLINT: the purpose
 };
 
 class Monster : public Creature {
@@ -164,7 +164,7 @@ void WhileAnotherThreadSends(const Setting& setting) {
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   int length = sizeof address;
-  ::bind(listener, reinterpret_cast<sockaddr*>(&address), length);
+  static_cast<void>(::bind(listener, reinterpret_cast<sockaddr*>(&address), length));
   ::listen(listener, 1);
   ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
 
