@@ -195,8 +195,8 @@ void WriteDigits(Writer& out, std::string_view digits, const IntegerLayout& layo
   }
 }
 
-// Writes the digits in front of `end`, none for zero, and returns where they begin. The base is known
-// to the compiler, which then has cheaper ways than a division.
+// Writes the digits in front of `end`, none for zero, and returns where they begin. The base is
+// known to the compiler, which then has cheaper ways than a division.
 template <unsigned kBase>
 char* PutDigits(char* end, std::uint64_t number, const char* digits) {
   for (; number != 0; number /= kBase) *--end = digits[number % kBase];
@@ -346,7 +346,7 @@ std::size_t FormatList(BasicString<char>& target, const char* format, std::va_li
 }
 
 std::size_t Format(BasicString<char>& target, const char* format, ...) {
-  std::va_list arguments;
+  std::va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): the next line does
   va_start(arguments, format);
   const std::size_t written = FormatList(target, format, arguments);
   va_end(arguments);
