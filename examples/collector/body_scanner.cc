@@ -14,7 +14,7 @@ constexpr std::uint8_t kEnvelope[] = {'c', 1, 0, 'm'};
 // What a decoded value takes in memory, in units of about 64 bytes.
 constexpr std::size_t kScalarCost = 1;
 constexpr std::size_t kListCost = 2;
-constexpr std::size_t kMapCost = 16;  // its buckets
+constexpr std::size_t kMapCost = 16;  // that of one which has grown an index
 constexpr std::size_t kTableCost = 16;
 constexpr std::size_t kRowCost = 2;
 constexpr std::size_t kColumnCost = 2;

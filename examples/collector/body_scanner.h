@@ -3,7 +3,7 @@
 //   - when the body is whole, which a body without packets tells in no other way;
 //   - that it never will be, at the first byte that cannot belong to a call;
 //   - that its values would take more memory than their bytes can justify, before the decoder makes
-//     them: two bytes make an empty map, which takes nearly a kilobyte.
+//     them: two bytes make an empty map, which takes about a hundred.
 // Each byte is looked at once at most; contents of texts and binaries are stepped over.
 #pragma once
 
@@ -21,8 +21,8 @@ class BodyScanner {
  public:
   // A request may hold this many values. Containers count for more than one; see the source file.
   static constexpr std::size_t kMostValues = 1'000'000;
-  // Keys are looked up in chains of a fixed number of buckets, so that filling a map takes time
-  // that grows with the square of its size.
+  // Keys that are doubles or containers, or have one hash, are looked for one by one, so that
+  // filling a map with them takes time that grows with the square of its size.
   static constexpr std::size_t kMostMapEntries = 1000;
 
   // Looks at the next bytes; returns how many of them belong to the body. Fewer than all only when

@@ -1,5 +1,5 @@
 #include <windows.h>
-//
+// The others need it in front of them.
 #include <fcntl.h>
 #include <io.h>
 #include <shellapi.h>

@@ -32,7 +32,8 @@
  *     that must not wait, such as one that draws, should leave all calls to a thread of their own.
  *   - The lock is not re-entrant. A function called from a callback of the library waits for ever.
  *   - Call nothing from DllMain: another thread may need the loader lock in order to give up this
- * one. "Blocks: for the lock only" below means that the function does nothing that lasts by itself.
+ *     one.
+ * "Blocks: for the lock only" below means that the function does nothing that lasts by itself.
  *
  * UNLOADING. The library may be loaded late, with threads running, and unloaded again. Before it is
  * unloaded, no thread may be inside it, each TAVU_LUADUMP_SENDER must be destroyed and the crash
@@ -248,9 +249,9 @@ TAVU_API bool TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t milliseconds
  *   TAVU_ERROR_CONNECT_FAILED    no connection was made, or the server's name is unknown
  *   TAVU_ERROR_CALL_FAILED       sending failed; over TCP also no reply in time, or one that tells
  *                                of an error; or memory ran out
- * Blocks: for the lock; while the system looks a name up; over TCP
- * up to the time-out for the connection, as long as the server is slow to take the data, and up to
- * the time-out whenever its reply makes no progress. All the while every other call waits too.
+ * Blocks: for the lock; while the system looks a name up; over TCP up to the time-out for the
+ * connection, as long as the server is slow to take the data, and up to the time-out whenever its
+ * reply makes no progress. All the while every other call waits too.
  */
 TAVU_API bool TAVU_CALL TAVU_SendLog_TCPA(TAVU_HANDLE handle, int32_t level, const char* logType,
                                           const char* extraData, const char* message);
@@ -327,9 +328,9 @@ TAVU_API bool TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar_t* m
  *     therefore never gets any further: the process hangs and nothing is reported. A crash on
  *     another thread waits for a call that is under way, a slow server's time-outs included.
  *   - It needs 37 KiB of the failing thread's stack, nearly all of it for the memory dump (measured
- *     with the system library of Wine; docs/crashes.md tells how). After a stack
- *     overflow Windows leaves a thread hardly a page, with which nothing can be written. Let each
- *     thread that may overflow ask for more at its start:
+ *     with the system library of Wine; see docs/crashes.md). After a stack overflow Windows leaves
+ *     a thread hardly a page, with which nothing can be written. Let each thread that may overflow
+ *     ask for more at its start:
  *         ULONG room = 65536;
  *         SetThreadStackGuarantee(&room);
  *     Deep recursion on a thread that did not ask is the one crash that commonly leaves no files.

@@ -40,7 +40,8 @@ struct CrashHandler {
   CustomInfoCallbackA customInfoCallbackA = nullptr;
   std::array<wchar_t, kAdditionalInfoCapacity> additionalInfo = {};  // terminated; "" for none
 
-  std::array<std::byte, 100> savedEntryBytes = {};  // the first 9 of SetUnhandledExceptionFilter
+  // The first 9 bytes of SetUnhandledExceptionFilter. Kept: there is room for 100.
+  std::array<std::byte, 100> savedEntryBytes = {};
   bool entryPatched = false;
 };
 

@@ -76,8 +76,8 @@ std::unique_ptr<XmlNode> DescribeFunction(std::uint64_t frame, std::uint64_t ret
     first.return_address =
         reinterpret_cast<std::uint64_t>(exceptionPointers->ExceptionRecord->ExceptionAddress);
   } else {
-    // 24 bytes below the slot of the second argument: where this function saved its caller's frame
-    // pointer.
+    // Compiled with a frame pointer, this function has saved its caller's right below its own
+    // return address.
     frame = reinterpret_cast<std::uint64_t>(_AddressOfReturnAddress()) - sizeof(std::uint64_t);
     static_cast<void>(TryRead(frame, &frame, sizeof frame));
   }

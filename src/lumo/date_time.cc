@@ -62,8 +62,8 @@ bool DateTime::Parse(std::string_view text, DateFormat kind, std::int32_t zone_o
   if (kind == DateFormat::kAsctime) seconds_ += zone_offset;
   fraction_ = date->fraction;
   zone_offset_ = kind == DateFormat::kIso8601 ? date->offset : zone_offset;
-  fields_valid_ =
-      false;  // those that were read lack the weekday, and may name the 30th of February
+  // The fields that were read lack the weekday, and may name the 30th of February.
+  fields_valid_ = false;
   return true;
 }
 

@@ -8,7 +8,8 @@
 
 namespace TAVU::lumo {
 
-// Throws std::logic_error "[Corvane::KTL::Singleton] Dead reference detected."
+// Throws std::logic_error with the one text, kept to the letter, by which this fault is known:
+// "[Corvane::KTL::Singleton] Dead reference detected."
 [[noreturn]] void ThrowDeadReference();
 
 // The one T of the process. Singleton<T>::Get() makes it on the first call, behind a lock, and

@@ -146,7 +146,7 @@ class Value {
   }
 
  private:
-  friend class ValueTextAccess;  // text view and in-place conversion (value_text.cc)
+  friend class ValueTextAccess;  // text view and in-place conversion (value_text.h)
   friend class ContentRelease;   // frees nested content without recursion
 
   union Payload {
