@@ -27,7 +27,8 @@ SendResult SendFile(const api::ApiLock::Guard& held, api::InstanceRecord& instan
   PutText(record, RecordKey::kDescription, upload.description);
   PutText(record, RecordKey::kDocument, kEmptyDocument);
   PutField(record, RecordKey::kContent, ContentValue(upload.content));
-  const std::string_view message = upload.message.empty() ? "-" : std::string_view(upload.message);
+  const std::string_view message =
+      upload.message.empty() ? kStandIn : std::string_view(upload.message);
   return SendRecord(held, record, instance, {kFileLevel, kFileLogType, message},
                     QTC::Protocol::kTcp);
 }

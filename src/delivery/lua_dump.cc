@@ -16,13 +16,12 @@ namespace TAVU::delivery {
 namespace {
 
 constexpr std::uint32_t kTimeoutMs = 2000;  // to connect, and again for the reply
-constexpr std::string_view kStandIn = "-";  // travels in the place of an empty text
 constexpr std::string_view kNoUser = "USER_SERVER";
 
 constexpr std::size_t kFieldCount = 12;
 
-// Bytes that the texts of a record take in its own memory, with what is lost between them. The three
-// numbers have 20 digits at the most.
+// Bytes that the texts of a record take in its own memory, with what is lost between them. The
+// three numbers have 20 digits at the most.
 std::size_t SizeOfTexts(const LuaDump& dump) noexcept {
   constexpr std::size_t kNumbersAndGaps = 3 * 24 + 4 * 8;
   const std::size_t user_size = dump.user ? dump.user->size() : 0;

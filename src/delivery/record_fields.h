@@ -46,6 +46,9 @@ inline constexpr std::string_view kLogWithExtraData = "3";
 inline constexpr std::string_view kLuaDump = "4";
 }  // namespace record_kind
 
+// Travels in the place of a text that must not be empty.
+inline constexpr std::string_view kStandIn = "-";
+
 // The levels of a log record as the texts under RecordKey::kLevel.
 inline constexpr std::array<std::string_view, 8> kLevelDigits = {"0", "1", "2", "3",
                                                                  "4", "5", "6", "7"};
