@@ -5,6 +5,7 @@
 #include "delivery/local_address.h"
 #include "delivery/record_fields.h"
 #include "lumo/value.h"
+#include "net/qtc_client.h"
 
 namespace TAVU::delivery {
 
@@ -12,11 +13,16 @@ namespace {
 
 using QTC::ResultCode;
 
-// The shared client while it is connected to an instance's server.
+QTC::Endpoint ServerOf(const api::InstanceRecord& instance) noexcept {
+  return {instance.serverHost.c_str(), instance.serverPort,
+          static_cast<std::uint32_t>(instance.timeoutMs)};
+}
+
+// The shared client while it is connected to a server.
 class Connection {
  public:
-  Connection(QTC::IQtcClient& client, const api::InstanceRecord& instance, QTC::Protocol protocol)
-      : client_(client), open_(Open(instance, protocol) == ResultCode::kSuccess) {}
+  Connection(QTC::IQtcClient& client, const QTC::Endpoint& server, QTC::Protocol protocol) noexcept
+      : client_(client), open_(QTC::Open(client, server, protocol) == ResultCode::kSuccess) {}
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
   ~Connection() {
@@ -26,13 +32,6 @@ class Connection {
   explicit operator bool() const noexcept { return open_; }
 
  private:
-  ResultCode Open(const api::InstanceRecord& instance, QTC::Protocol protocol) noexcept {
-    const auto timeout = static_cast<std::uint32_t>(instance.timeoutMs);
-    return protocol == QTC::Protocol::kTcp
-               ? client_.OpenTcp(instance.serverHost.c_str(), instance.serverPort, timeout)
-               : client_.OpenUdp(instance.serverHost.c_str(), instance.serverPort, timeout);
-  }
-
   QTC::IQtcClient& client_;
   bool open_;
 };
@@ -43,7 +42,7 @@ SendResult SendRecord(const api::ApiLock::Guard& held, lumo::Map& record,
                       api::InstanceRecord& instance, const CommonTexts& common,
                       QTC::Protocol protocol) {
   QTC::IQtcClient& client = ClientHolder::Client(held);
-  const Connection connection(client, instance, protocol);
+  const Connection connection(client, ServerOf(instance), protocol);
   if (!connection) return SendResult::kConnectFailed;
 
   // Kept from the first connection on, even when later ones leave through another interface: a

@@ -8,7 +8,7 @@
 #include "api/frame/api_lock.h"
 #include "api/frame/instance_record.h"
 #include "lumo/map.h"
-#include "net/call_once.h"
+#include "net/endpoint.h"
 
 namespace TAVU::delivery {
 

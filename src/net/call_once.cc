@@ -6,11 +6,6 @@ namespace TAVU::QTC {
 
 namespace {
 
-ResultCode Open(IQtcClient& client, const Endpoint& server, Protocol protocol) noexcept {
-  return protocol == Protocol::kTcp ? client.OpenTcp(server.host, server.port, server.timeout_ms)
-                                    : client.OpenUdp(server.host, server.port, server.timeout_ms);
-}
-
 void SetText(lumo::BasicString<char>& error_text, ResultCode code) noexcept {
   const char* text = ResultText(code);
   if (text == nullptr) return;

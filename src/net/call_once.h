@@ -1,21 +1,12 @@
 // One remote call over a connection of its own.
 #pragma once
 
-#include <cstdint>
-
 #include "lumo/basic_string.h"
 #include "lumo/value.h"
+#include "net/endpoint.h"
 #include "net/result_code.h"
 
 namespace TAVU::QTC {
-
-enum class Protocol : std::uint8_t { kUdp = 0, kTcp = 1 };
-
-struct Endpoint {
-  const char* host;  // narrow, zero-terminated; not owned
-  std::uint16_t port;
-  std::uint32_t timeout_ms;
-};
 
 // Opens, calls, releases. Kept on purpose: the call is made after a failed open too, and its code
 // replaces the open's, so that a failed open with a call that reports no error ends as kSuccess.

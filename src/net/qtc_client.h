@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "lumo/value.h"
+#include "net/endpoint.h"
 #include "net/result_code.h"
 
 namespace TAVU::QTC {
@@ -38,6 +39,13 @@ class IQtcClient {
  protected:
   ~IQtcClient() = default;
 };
+
+// OpenTcp or OpenUdp, as `protocol` says.
+[[nodiscard]] inline ResultCode Open(IQtcClient& client, const Endpoint& server,
+                                     Protocol protocol) noexcept {
+  return protocol == Protocol::kTcp ? client.OpenTcp(server.host, server.port, server.timeout_ms)
+                                    : client.OpenUdp(server.host, server.port, server.timeout_ms);
+}
 
 struct ClientRelease {
   void operator()(IQtcClient* client) const noexcept { client->Release(); }
