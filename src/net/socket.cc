@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "lumo/thread_error.h"
+#include "net/slim_lock.h"
 
 namespace TAVU::QTC {
 
@@ -27,8 +28,8 @@ bool SetBlockingMode(SOCKET socket, bool blocking) noexcept {
   return ::ioctlsocket(socket, static_cast<long>(FIONBIO), &non_blocking) == 0;
 }
 
-// Not inherited by the programs that the host starts meanwhile: they would keep the connection open.
-// Systems older than the flag for that get an ordinary socket.
+// Not inherited by the programs that the host starts meanwhile: they would keep the connection
+// open. Systems older than the flag for that get an ordinary socket.
 ScopedSocket NewSocket(int type) noexcept {
   ScopedSocket made(
       ::WSASocketW(AF_INET, type, 0, nullptr, 0, WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT));
@@ -51,8 +52,8 @@ timeval TimevalOf(std::uint32_t milliseconds) noexcept {
 // The address of a dotted address or a name. On failure the network error tells why.
 std::optional<in_addr> Resolve(const char* host) noexcept {
   in_addr address = {};
-  // The value for "no address" is also that of 255.255.255.255, which is therefore looked up as if it
-  // were a name.
+  // The value for "no address" is also that of 255.255.255.255, which is therefore looked up as if
+  // it were a name.
   address.s_addr = ::inet_addr(host);
   if (address.s_addr != INADDR_NONE) return address;
   const hostent* entry = ::gethostbyname(host);
@@ -123,18 +124,9 @@ ScopedSocket Open(int type, const char* host, std::uint16_t port, Connector conn
   return socket;
 }
 
-// Start-up and clean-up one at a time. Windows counts them safely by itself, but under Wine a clean-up
-// that is the last one forgets the sockets that another thread makes meanwhile.
-class StartupGuard {
- public:
-  StartupGuard() noexcept { ::AcquireSRWLockExclusive(&lock_); }
-  StartupGuard(const StartupGuard&) = delete;
-  StartupGuard& operator=(const StartupGuard&) = delete;
-  ~StartupGuard() { ::ReleaseSRWLockExclusive(&lock_); }
-
- private:
-  static constinit inline SRWLOCK lock_ = SRWLOCK_INIT;
-};
+// Start-up and clean-up one at a time. Windows counts them safely by itself, but under Wine a
+// clean-up that is the last one forgets the sockets that another thread makes meanwhile.
+constinit SlimLock startup_lock;
 
 // What is left of the pieces of a send.
 class UnsentPieces {
@@ -188,7 +180,7 @@ bool MeansNoSocket(std::uint32_t error) noexcept {
 }  // namespace
 
 WinSock::WinSock() noexcept {
-  const StartupGuard guard;
+  const SlimLock::Guard guard(startup_lock);
   WSADATA data = {};
   started_ = ::WSAStartup(kWinSockVersion, &data) == 0;
   if (started_ && data.wVersion != kWinSockVersion) {
@@ -198,7 +190,7 @@ WinSock::WinSock() noexcept {
 }
 
 WinSock::~WinSock() {
-  const StartupGuard guard;
+  const SlimLock::Guard guard(startup_lock);
   // Only what was started: the clean-ups are counted, and one too many would be the host's.
   if (started_) ::WSACleanup();
 }

@@ -5,6 +5,8 @@
 #include <new>
 #include <utility>
 
+#include "net/slim_lock.h"
+
 namespace TAVU::api {
 namespace {
 
@@ -17,16 +19,8 @@ struct Cell {
 };
 
 constinit DWORD tlsIndex = TLS_OUT_OF_INDEXES;
-constinit SRWLOCK listLock = SRWLOCK_INIT;  // guards the list, for a few instructions
+constinit QTC::SlimLock listLock;
 constinit Cell* firstCell = nullptr;
-
-class ListGuard {
- public:
-  ListGuard() noexcept { ::AcquireSRWLockExclusive(&listLock); }
-  ListGuard(const ListGuard&) = delete;
-  ListGuard& operator=(const ListGuard&) = delete;
-  ~ListGuard() { ::ReleaseSRWLockExclusive(&listLock); }
-};
 
 // TlsGetValue clears the thread's system error, which belongs to the host and to the network layer.
 class SystemErrorKeeper {
@@ -41,7 +35,7 @@ class SystemErrorKeeper {
 };
 
 void Link(Cell* cell) noexcept {
-  const ListGuard guard;
+  const QTC::SlimLock::Guard guard(listLock);
   cell->next = firstCell;
   cell->link = &firstCell;
   if (firstCell != nullptr) firstCell->link = &cell->next;
@@ -49,13 +43,13 @@ void Link(Cell* cell) noexcept {
 }
 
 void Unlink(Cell* cell) noexcept {
-  const ListGuard guard;
+  const QTC::SlimLock::Guard guard(listLock);
   *cell->link = cell->next;
   if (cell->next != nullptr) cell->next->link = cell->link;
 }
 
 Cell* TakeAll() noexcept {
-  const ListGuard guard;
+  const QTC::SlimLock::Guard guard(listLock);
   return std::exchange(firstCell, nullptr);
 }
 
