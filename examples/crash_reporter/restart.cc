@@ -39,8 +39,8 @@ bool RestartHost(const RestartRequest& request) {
                                                 FALSE, 0, nullptr, nullptr, &startup, &process)) {
     return false;
   }
-  ::CloseHandle(process.hThread);
-  ::CloseHandle(process.hProcess);
+  const ScopedHandle owned_process(process.hProcess);
+  const ScopedHandle owned_thread(process.hThread);
   return true;
 }
 

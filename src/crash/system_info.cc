@@ -4,6 +4,7 @@
 
 #include "crash/file_version.h"
 #include "crash/scoped_library.h"
+#include "crash/scoped_registry_key.h"
 #include "crash/wide_number_text.h"
 
 namespace TAVU::crash {
@@ -17,14 +18,15 @@ using GetFolderPath = HRESULT(WINAPI*)(HWND window, int folder, HANDLE token, DW
 
 // Megahertz; 0 when the machine does not say.
 DWORD ProcessorSpeed() noexcept {
-  DWORD speed = 0;
-  HKEY key = nullptr;
+  HKEY opened = nullptr;
   if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0", 0,
-                      KEY_QUERY_VALUE, &key) == ERROR_SUCCESS) {
-    DWORD size = sizeof speed;
-    ::RegQueryValueExW(key, L"~MHz", nullptr, nullptr, reinterpret_cast<BYTE*>(&speed), &size);
-    ::RegCloseKey(key);
+                      KEY_QUERY_VALUE, &opened) != ERROR_SUCCESS) {
+    return 0;
   }
+  const ScopedRegistryKey key(opened);
+  DWORD speed = 0;
+  DWORD size = sizeof speed;
+  ::RegQueryValueExW(key.get(), L"~MHz", nullptr, nullptr, reinterpret_cast<BYTE*>(&speed), &size);
   return speed;
 }
 
