@@ -1,7 +1,6 @@
 #include "attachment_store.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <random>
 #include <system_error>
 #include <utility>
@@ -13,10 +12,6 @@ namespace {
 
 std::filesystem::path PathFromUtf8(const std::string& text) {
   return std::filesystem::path(std::u8string(text.begin(), text.end()));
-}
-
-std::error_code LastError() {
-  return {errno, std::generic_category()};
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // platform_posix.cc and platform_windows.cc; the build chooses one.
 #pragma once
 
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -11,9 +12,14 @@
 
 namespace TAVU::collector {
 
-// Before anything else: standard output takes bytes as they are, in UTF-8 where it matters; a reader
-// of it that is gone shows as an error of writing instead of ending the process, and so does a limit
-// on the size of files.
+// The error that the C library has left in errno.
+[[nodiscard]] inline std::error_code LastError() noexcept {
+  return {errno, std::generic_category()};
+}
+
+// Before anything else: standard output takes bytes as they are, in UTF-8 where it matters; a
+// reader of it that is gone shows as an error of writing instead of ending the process, and so does
+// a limit on the size of files.
 void PrepareProcess() noexcept;
 
 // Lets the process have as many open connections as it may ask for.

@@ -8,13 +8,6 @@
 #include "platform.h"
 
 namespace TAVU::collector {
-namespace {
-
-std::error_code LastError() {
-  return {errno, std::generic_category()};
-}
-
-}  // namespace
 
 void PrepareProcess() noexcept {
   std::signal(SIGPIPE, SIG_IGN);

@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <memory>
 
@@ -17,10 +16,6 @@ namespace {
 
 constexpr int kStandardOutput = 1;
 constexpr std::size_t kLargestWrite = 1 << 20;
-
-std::error_code LastError() {
-  return {errno, std::generic_category()};
-}
 
 std::string ToUtf8(const wchar_t* text) {
   const int size = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);

@@ -4,6 +4,8 @@
 #include <bit>
 #include <cstring>
 
+#include "lumo/big_endian.h"
+
 namespace TAVU::collector {
 namespace {
 
@@ -17,18 +19,12 @@ constexpr std::uint32_t kRoundConstants[64] = {
     0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
-std::uint32_t LoadBigEndian(const std::byte* bytes) noexcept {
-  return std::to_integer<std::uint32_t>(bytes[0]) << 24 |
-         std::to_integer<std::uint32_t>(bytes[1]) << 16 |
-         std::to_integer<std::uint32_t>(bytes[2]) << 8 | std::to_integer<std::uint32_t>(bytes[3]);
-}
-
 }  // namespace
 
 void Sha256::Compress(const std::byte* block) noexcept {
   using std::rotr;
   std::uint32_t w[64];
-  for (std::size_t i = 0; i < 16; ++i) w[i] = LoadBigEndian(block + 4 * i);
+  for (std::size_t i = 0; i < 16; ++i) w[i] = lumo::LoadBigEndian<std::uint32_t>(block + 4 * i);
   for (std::size_t i = 16; i < 64; ++i) {
     const std::uint32_t s0 = rotr(w[i - 15], 7) ^ rotr(w[i - 15], 18) ^ (w[i - 15] >> 3);
     const std::uint32_t s1 = rotr(w[i - 2], 17) ^ rotr(w[i - 2], 19) ^ (w[i - 2] >> 10);
@@ -75,7 +71,7 @@ std::string Sha256::FinishHex() {
       held_ < before_length ? before_length - held_ : kBlockSize + before_length - held_;
   Update({kPadding, padding});
   std::byte length[8];
-  for (std::size_t i = 0; i < 8; ++i) length[i] = static_cast<std::byte>(bits >> (56 - 8 * i));
+  lumo::StoreBigEndian(length, bits);
   Update(length);
 
   constexpr char kDigits[] = "0123456789abcdef";
