@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "files.h"
 #include "form.h"
 
 namespace crash_reporter {
@@ -30,10 +31,6 @@ std::wstring CleanPath(const std::wstring& path) {
   return clean;
 }
 
-bool Exists(const std::wstring& path) noexcept {
-  return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
 Decision DecisionOf(FormEnd end) noexcept {
   if (end == FormEnd::kNoWindow) return Decision::kCouldNotAsk;
   return end == FormEnd::kAgreed ? Decision::kSend : Decision::kDoNotSend;
@@ -45,8 +42,8 @@ Answer AskToSend(const Texts& texts, const CrashReport& report, std::size_t earl
   const std::wstring name = ShownName(report);
   const std::wstring document = CleanPath(report.document_path);
   const std::wstring dump = CleanPath(report.dump_path);
-  std::wstring files = Exists(document) ? document : L"";
-  if (Exists(dump)) files += (files.empty() ? L"" : L"\r\n") + dump;
+  std::wstring files = IsFile(document) ? document : L"";
+  if (IsFile(dump)) files += (files.empty() ? L"" : L"\r\n") + dump;
 
   FormContent form;
   form.title = Filled(texts.title, name);
@@ -62,7 +59,7 @@ Answer AskToSend(const Texts& texts, const CrashReport& report, std::size_t earl
         {RowKind::kCheckBox, Filled(texts.send_earlier_too, std::to_wstring(earlier))});
   }
   form.folder_button = texts.open_folder;
-  form.folder_item = Exists(dump) ? dump : document;
+  form.folder_item = IsFile(dump) ? dump : document;
   form.buttons = {texts.send, texts.do_not_send};
   FormResult result = ShowForm(form);
   return {DecisionOf(result.end), result.checked, std::move(result.entry)};

@@ -7,6 +7,9 @@
 #include <shlobj.h>
 #include <windows.h>
 
+#include "files.h"
+#include "joined.h"
+
 namespace crash_reporter {
 
 namespace {
@@ -32,10 +35,6 @@ std::wstring LocalApplicationData() {
 
 std::wstring FileNameOf(const std::wstring& path) {
   return path.substr(path.find_last_of(L"\\/:") + 1);
-}
-
-ULONGLONG Joined(DWORD high, DWORD low) noexcept {
-  return (static_cast<ULONGLONG>(high) << 32) | low;
 }
 
 template <typename Visit>
@@ -118,7 +117,7 @@ ULONGLONG FileSize(const std::wstring& path) {
 
 // Copies the file when there is one; a report may lack either.
 bool CopyInto(const std::wstring& folder, const std::wstring& path) {
-  if (::GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES) return true;
+  if (!IsFile(path)) return true;
   return ::CopyFileW(path.c_str(), (folder + L"\\" + FileNameOf(path)).c_str(), TRUE);
 }
 
@@ -145,11 +144,10 @@ std::wstring NameOfThisMoment() {
 void RemoveAbandoned(const std::wstring& root) {
   FILETIME time = {};
   ::GetSystemTimeAsFileTime(&time);
-  const ULONGLONG now = Joined(time.dwHighDateTime, time.dwLowDateTime);
+  const ULONGLONG now = Joined(time);
   std::vector<std::wstring> abandoned;
   ForEachEntry(root, [&](const std::wstring& name, const WIN32_FIND_DATAW& entry) {
-    const FILETIME& written = entry.ftLastWriteTime;
-    const bool old = Joined(written.dwHighDateTime, written.dwLowDateTime) + kDay < now;
+    const bool old = Joined(entry.ftLastWriteTime) + kDay < now;
     if (old && name.find(kUnfinished) != std::wstring::npos) {
       abandoned.push_back(root + L"\\" + name);
     }

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "joined.h"
 #include "scoped.h"
 
 namespace crash_reporter {
@@ -14,7 +15,7 @@ ULONGLONG StartTimeOf(HANDLE process) noexcept {
   FILETIME start = {};
   FILETIME unused = {};
   if (!::GetProcessTimes(process, &start, &unused, &unused, &unused)) return 0;
-  return (static_cast<ULONGLONG>(start.dwHighDateTime) << 32) | start.dwLowDateTime;
+  return Joined(start);
 }
 
 void WaitForEnd(DWORD process_id) noexcept {

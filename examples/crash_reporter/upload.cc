@@ -6,6 +6,7 @@
 #include <tavu/tavu.h>
 #include <windows.h>
 
+#include "files.h"
 #include "scoped.h"
 
 namespace crash_reporter {
@@ -51,11 +52,6 @@ class StandIn {
  private:
   std::wstring path_;
 };
-
-bool IsFile(const std::wstring& path) noexcept {
-  const DWORD attributes = ::GetFileAttributesW(path.c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
 
 // The layout of the library's own documents, with the one fact that is known. The address is taken
 // only as the library writes it: it comes from a command line and goes into a document.
