@@ -38,6 +38,22 @@ function(tavu_write_pdb target)
   endif()
 endfunction()
 
+# tavu_add_version(target description): what the Explorer, installers and crash documents tell about
+# the file. The version is the project's.
+function(tavu_add_version target description)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL SHARED_LIBRARY)
+    set(file_type VFT_DLL)
+    set(suffix ${CMAKE_SHARED_LIBRARY_SUFFIX})
+  else()
+    set(file_type VFT_APP)
+    set(suffix ${CMAKE_EXECUTABLE_SUFFIX})
+  endif()
+  set(resource ${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in ${resource} @ONLY)
+  target_sources(${target} PRIVATE ${resource})
+endfunction()
+
 # tavu_ship(target): `scripts/build` makes this one.
 add_custom_target(shipped)
 function(tavu_ship target)
