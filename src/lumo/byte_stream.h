@@ -35,8 +35,8 @@ class ByteSink {
   [[nodiscard]] bool Write(std::span<const std::byte> bytes) {
     return Write(bytes.data(), bytes.size());
   }
-  // As Write, for bytes that stay where they are, unchanged, until the sink is flushed or gone: a sink
-  // may refer to them instead of copying them.
+  // As Write, for bytes that stay where they are, unchanged, until the sink is flushed or gone: a
+  // sink may refer to them instead of copying them.
   [[nodiscard]] bool WriteBorrowed(const void* data, std::size_t size) {
     if (size < kWorthBorrowing) return Write(data, size);
     return AcceptBorrowed(static_cast<const std::byte*>(data), size);
@@ -49,8 +49,8 @@ class ByteSink {
     return Write(&byte, 1);
   }
 
-  // The room in the window. An encoder of many small items fills it from the front and commits where
-  // it stopped.
+  // The room in the window. An encoder of many small items fills it from the front and commits
+  // where it stopped.
   [[nodiscard]] std::span<std::byte> room() const noexcept { return {window_, window_end_}; }
   void Commit(std::byte* end) noexcept { window_ = end; }
 
@@ -63,8 +63,8 @@ class ByteSink {
   // come first; the implementation resets the window as it needs.
   [[nodiscard]] virtual std::ptrdiff_t Accept(const std::byte* data, std::size_t size) = 0;
 
-  // Takes all of at least kWorthBorrowing bytes that last; result and thread error are those of Write.
-  // Bytes that went through the window come first here, too.
+  // Takes all of at least kWorthBorrowing bytes that last; result and thread error are those of
+  // Write. Bytes that went through the window come first here, too.
   [[nodiscard]] virtual bool AcceptBorrowed(const std::byte* data, std::size_t size) {
     return Write(data, size);
   }
@@ -103,8 +103,8 @@ class ByteSource {
     return true;
   }
 
-  // The bytes in the window, which stay there: perhaps none though more will come. A decoder of many
-  // small items takes them from the front and commits where it stopped.
+  // The bytes in the window, which stay there: perhaps none though more will come. A decoder of
+  // many small items takes them from the front and commits where it stopped.
   [[nodiscard]] std::span<const std::byte> at_hand() const noexcept {
     return {window_, window_end_};
   }

@@ -14,8 +14,8 @@ namespace TAVU::QTC {
 
 inline constexpr std::size_t kBufferSize = 2048;  // of a connection and of a packet
 
-// A sink whose bytes go out when it is full and when it is flushed. After a failed send it takes and
-// sends nothing more, because the peer would find a hole there.
+// A sink whose bytes go out when it is full and when it is flushed. After a failed send it takes
+// and sends nothing more, because the peer would find a hole there.
 class ConnectionWriter : public lumo::ByteSink {
  public:
   // Sends what is held. False when the transport refused; when it could not even begin, the thread
@@ -50,8 +50,8 @@ class BufferedWriter final : public ConnectionWriter {
   std::array<std::byte, kBufferSize> buffer_;
 };
 
-// Makes few and large sends of a stream, and sends borrowed bytes from where they lie: a block of any
-// size costs no copy of it, and a system call for each MiB.
+// Makes few and large sends of a stream, and sends borrowed bytes from where they lie: a block of
+// any size costs no copy of it, and a system call for each MiB.
 class GatheringWriter final : public ConnectionWriter {
  public:
   explicit GatheringWriter(Transport& transport);  // throws std::bad_alloc, as every write may

@@ -25,15 +25,15 @@ enum class Carrier {
 //
 // Kept on purpose, because hosts and servers have long lived with it:
 // - The result tells of everything up to the last packet of the body. The end packet and the last
-//   send behind it are not looked at, so that a request which fits into the buffers counts as written
-//   even when its send fails.
+//   send behind it are not looked at, so that a request which fits into the buffers counts as
+//   written even when its send fails.
 // - A request that fails on the way, say over an argument without an encoding, still gets its end
 //   packet: the server sees a broken request at once instead of waiting for the rest of one.
 [[nodiscard]] bool WriteRequest(Transport& connection, std::string_view method,
                                 const lumo::Value& argument, Carrier carrier);
 
-// Bytes of a reply that are received at the most. A few tell all that counts, and one without an end
-// must not take the host's memory, of which decoded values need many times their bytes.
+// Bytes of a reply that are received at the most. A few tell all that counts, and one without an
+// end must not take the host's memory, of which decoded values need many times their bytes.
 inline constexpr std::size_t kLongestReply = 1 << 20;
 
 // Reads the next message on the connection, a reply's result value included (which is dropped). A
@@ -52,9 +52,9 @@ inline constexpr std::size_t kLongestReply = 1 << 20;
 [[nodiscard]] bool ReadRequest(lumo::ByteSource& connection, Message& request,
                                lumo::Value& argument);
 
-// Write a whole reply, end packet included. A fault's entries are closed by an end tag, behind which
-// a null result and the message's own end tag follow: a reader that takes the fault for the whole
-// message stops at the first, one that expects a result in every reply finds it.
+// Write a whole reply, end packet included. A fault's entries are closed by an end tag, behind
+// which a null result and the message's own end tag follow: a reader that takes the fault for the
+// whole message stops at the first, one that expects a result in every reply finds it.
 [[nodiscard]] bool WriteResultReply(lumo::ByteSink& connection, const lumo::Value& result);
 [[nodiscard]] bool WriteFaultReply(lumo::ByteSink& connection, const Fault& fault);
 

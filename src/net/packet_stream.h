@@ -18,7 +18,8 @@ class PacketWriter final : public lumo::ByteSink {
 
   // Writes the bytes held as one packet; nothing when none are held.
   [[nodiscard]] bool Flush();
-  // Writes the end packet, once; bytes still held are dropped. The writer accepts nothing after that.
+  // Writes the end packet, once; bytes still held are dropped. The writer accepts nothing after
+  // that.
   [[nodiscard]] bool Close();
 
  private:

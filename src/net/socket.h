@@ -1,7 +1,8 @@
 // IPv4 connections to the server, TCP and UDP, on WinSock.
 //
 // Nothing here throws. A failure is a result; the thread error then tells a time-out (258,
-// kErrorWaitTimeout) from the code that the network gave. Each object is used by one thread at a time.
+// kErrorWaitTimeout) from the code that the network gave. Each object is used by one thread at a
+// time.
 #pragma once
 
 #include <winsock2.h>
@@ -47,9 +48,9 @@ using ScopedSocket = Scoped<SocketTraits>;
 
 // The connection of one client.
 //
-// Life: not open → Adopt → open → Close → not open, and again. The socket is in blocking mode while it
-// is open, except after a send that failed: that leaves it non-blocking, until the next send or the
-// next receive that times out.
+// Life: not open → Adopt → open → Close → not open, and again. The socket is in blocking mode while
+// it is open, except after a send that failed: that leaves it non-blocking, until the next send or
+// the next receive that times out.
 class Socket final : public Transport {
  public:
   static constexpr std::uint32_t kNoLimit = 0xFFFFFFFF;

@@ -1,5 +1,5 @@
-// What the buffers over a connection need of it. The socket is the one that ships; tests and fuzzers
-// bring their own.
+// What the buffers over a connection need of it. The socket is the one that ships; tests and
+// fuzzers bring their own.
 #pragma once
 
 #include <cstddef>
@@ -11,11 +11,12 @@ class Transport {
  public:
   virtual ~Transport() = default;
 
-  // Sends all `size` bytes. Returns `size`, 0 when the sending could not even begin, -1 on an error.
+  // Sends all `size` bytes. Returns `size`, 0 when the sending could not even begin, -1 on an
+  // error.
   [[nodiscard]] virtual std::ptrdiff_t SendAll(const std::byte* data, std::size_t size) = 0;
 
-  // The same for pieces that lie in several places, in as few sends as the connection allows; returns
-  // the number of all bytes.
+  // The same for pieces that lie in several places, in as few sends as the connection allows;
+  // returns the number of all bytes.
   [[nodiscard]] virtual std::ptrdiff_t SendPieces(
       std::span<const std::span<const std::byte>> pieces) {
     std::ptrdiff_t all = 0;
