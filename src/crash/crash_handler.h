@@ -3,22 +3,21 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
 #include <string>
 
 #include <windows.h>
 
 #include "api/frame/instance_registry.h"
 #include "lumo/singleton.h"
+#include "tavu/tavu.h"
 
 namespace TAVU::crash {
 
 inline constexpr std::size_t kAdditionalInfoCapacity = 4096;  // units, terminator included
 
-// Host functions that fill a buffer with the text of "custom_info". `capacity` is 4095 units, the
-// terminator that must follow not among them. False: the section is left out.
-using CustomInfoCallbackW = bool(__cdecl*)(wchar_t* buffer, std::int32_t capacity);
-using CustomInfoCallbackA = bool(__cdecl*)(char* buffer, std::int32_t capacity);
+// Host functions that fill a buffer with the text of "custom_info", by their names in here.
+using CustomInfoCallbackW = TAVU_CustumInfoCallbackW;
+using CustomInfoCallbackA = TAVU_CustumInfoCallbackA;
 
 // Every field is read and written under the ApiLock, the crash sequence included. Made on first
 // use; at process exit only its memory goes: neither the filter nor the guarded entry is undone.
