@@ -55,9 +55,8 @@ bool ChangeCrashHandler(TAVU_HANDLE handle, Body&& body) noexcept {
 
 template <typename Char>
 bool SetReporterPath(TAVU_HANDLE handle, const Char* folder) noexcept {
-  return ChangeCrashHandler(handle, [&](CrashHandler& handler) {
-    handler.reporterPath = folder != nullptr ? ToWide(folder) : std::wstring();
-  });
+  return ChangeCrashHandler(
+      handle, [&](CrashHandler& handler) { handler.reporterPath = WideOrEmpty(folder); });
 }
 
 bool SetInfoCallbacks(TAVU_HANDLE handle, TAVU_CustumInfoCallbackW wide,

@@ -15,16 +15,6 @@ namespace TAVU::api {
 namespace {
 
 template <typename Char>
-std::string Utf8OrEmpty(const Char* text, TextForm form) {
-  return text != nullptr ? ToUtf8(text, form) : std::string();
-}
-
-template <typename Char>
-std::wstring PathOf(const Char* path) {
-  return path != nullptr ? ToWide(path) : std::wstring();
-}
-
-template <typename Char>
 bool SendFile(TAVU_HANDLE handle, uint64_t length, const void* data, const Char* description,
               const Char* message) noexcept {
   return RunExport(ErrorCode::kCallFailed, [&](const ApiLock::Guard& held) {
@@ -48,8 +38,8 @@ bool SendCrashInfo(TAVU_HANDLE handle, const Char* message, const Char* descript
       const delivery::CrashUpload upload = {
           .message = Utf8OrEmpty(message, TextForm::kPercentEncoded),
           .description = Utf8OrEmpty(description, TextForm::kRaw),
-          .documentPath = PathOf(documentPath),
-          .dumpPath = PathOf(dumpPath)};
+          .documentPath = WideOrEmpty(documentPath),
+          .dumpPath = WideOrEmpty(dumpPath)};
       return delivery::SendCrashInfo(held, instance, upload);
     });
   });

@@ -21,4 +21,14 @@ template <typename Char>
 [[nodiscard]] std::wstring ToWide(const char* text);
 [[nodiscard]] std::wstring ToWide(const wchar_t* text);
 
+// The same for what may be null, which then counts as empty.
+template <typename Char>
+[[nodiscard]] std::string Utf8OrEmpty(const Char* text, TextForm form) {
+  return text != nullptr ? ToUtf8(text, form) : std::string();
+}
+template <typename Char>
+[[nodiscard]] std::wstring WideOrEmpty(const Char* text) {
+  return text != nullptr ? ToWide(text) : std::wstring();
+}
+
 }  // namespace TAVU::api
