@@ -11,7 +11,7 @@ BOOL Launch(const std::wstring& currentFolder, std::wstring& commandLine, Wait w
   PROCESS_INFORMATION process = {};
   const BOOL created = ::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0,
                                         nullptr, currentFolder.c_str(), &startup, &process);
-  // On the null handles of a process that was not created all three fail at once.
+  // Required, whether or not the process was created: on null handles all three fail at once.
   ::CloseHandle(process.hThread);
   if (wait == Wait::kUntilItEnds) ::WaitForSingleObject(process.hProcess, INFINITE);
   ::CloseHandle(process.hProcess);

@@ -1,4 +1,5 @@
-// The one place where lumo gets memory from: the C library's heap.
+// Where lumo gets memory from: the C library's heap. (ReleasePool alone asks it directly, because
+// it reports failure by null.)
 #pragma once
 
 #include <cstddef>

@@ -3,8 +3,6 @@
 
 #include <cstddef>
 
-#include "lumo/allocator.h"
-
 namespace TAVU::lumo {
 
 // Blocks are released newest first when the pool goes. Not thread-safe.

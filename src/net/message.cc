@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <span>
+#include <utility>
 
 #include "lumo/codec.h"
 
@@ -88,9 +89,9 @@ bool StoreEntry(std::string_view key, Value value, Fault& fault) {
     fault.code = value.int_value();
   } else if (key == kMessageKey) {
     if (value.type() != ValueType::kString) return false;
-    fault.message = static_cast<Value&&>(value);
+    fault.message = std::move(value);
   } else if (key == kDetailKey) {
-    fault.detail = static_cast<Value&&>(value);
+    fault.detail = std::move(value);
   }
   return true;
 }
@@ -102,7 +103,7 @@ bool ReadFault(lumo::ByteSource& source, Fault& fault) {
     if (!lumo::ReadValue(source, key)) return false;
     if (key.type() == ValueType::kEnd) return true;
     if (key.type() != ValueType::kString || !lumo::ReadValue(source, value)) return false;
-    if (!StoreEntry(key.text(), static_cast<Value&&>(value), fault)) return false;
+    if (!StoreEntry(key.text(), std::move(value), fault)) return false;
   }
 }
 

@@ -38,11 +38,9 @@ TAVU_HANDLE Create(const Char* softwareId, const Char* softwareVer,
     record->softwareVerUtf8 = ToUtf8(softwareVer, TextForm::kRaw);
     record->softwareVer = ToWide(softwareVer);
     record->appShowName = ToWide(appShowName);
-    const auto handle = reinterpret_cast<TAVU_HANDLE>(record.get());
-    if (InstanceRegistry::Get().RegisterInstance(held, std::move(record)) == 0) {
-      return FailWithoutInstance(ErrorCode::kInvalidArgument);
-    }
-    return handle;
+    const Handle handle = InstanceRegistry::Get().RegisterInstance(held, std::move(record));
+    if (handle == 0) return FailWithoutInstance(ErrorCode::kInvalidArgument);
+    return reinterpret_cast<TAVU_HANDLE>(handle);
   });
 }
 

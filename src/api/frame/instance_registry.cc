@@ -31,7 +31,6 @@ Handle InstanceRegistry::RegisterInstance(const ApiLock::Guard& /*held*/,
   Entry*& head = buckets_[BucketOf(handle)];
   head = new Entry{head, record.get()};
   static_cast<void>(record.release());  // the entry has it
-  ++count_;
   return handle;
 }
 
@@ -48,7 +47,6 @@ void InstanceRegistry::ReleaseInstance(const ApiLock::Guard& /*held*/, Handle ha
   Entry* entry = *link;
   if (entry == nullptr || --entry->record->refCount != 0) return;
   *link = entry->next;
-  --count_;
   delete entry->record;
   delete entry;
 }

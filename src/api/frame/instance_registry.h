@@ -54,7 +54,6 @@ class InstanceRegistry {
   [[nodiscard]] Entry** FindLink(Handle handle) noexcept;
 
   std::array<Entry*, lumo::kBucketCount> buckets_ = {};
-  std::size_t count_ = 0;
 };
 
 // A record pinned for a scope: the usual way for an export to hold its instance.
