@@ -1,8 +1,8 @@
 // Measures two pieces of work in turn, so that whatever else the machine does meets both alike, and
 // prints one row for scripts/bench: the name, ours, the other's (or "-") and the unit, separated by
-// tabs. Of many samples a row has the lower quartile: what the work takes when nothing gets in its way
-// for long. On a quiet machine it lies close to the median; on a busy one the median tells of the
-// others.
+// tabs. Of many samples a row has the lower quartile: what the work takes when nothing gets in its
+// way for long. On a quiet machine it lies close to the median; on a busy one the median tells of
+// the others.
 #pragma once
 
 #include <algorithm>

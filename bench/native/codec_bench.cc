@@ -1,5 +1,5 @@
-// Building, encoding and decoding against two peers, and against memcpy for the attachment. The names
-// are STEP/SHAPE/LIBRARY; table.py makes rows of them.
+// Building, encoding and decoding against two peers, and against memcpy for the attachment. The
+// names are STEP/SHAPE/LIBRARY; table.py makes rows of them.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>

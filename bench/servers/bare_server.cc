@@ -1,6 +1,7 @@
 // The least that can stand at the far end: reads over TCP whatever comes and answers success when a
 // request is complete, which it tells by the three bytes that end each one. It looks at nothing
-// else, so its callers see to it that no piece of a request ends like that. Datagrams are thrown away.
+// else, so its callers see to it that no piece of a request ends like that. Datagrams are thrown
+// away.
 #include <array>
 #include <asio/buffer.hpp>
 #include <asio/io_context.hpp>

@@ -60,7 +60,8 @@ void MeasurePosts() {
   measure("post/50000_queued");
   TAVU_LUADUMP_Destroy(sender);
 
-  // Each of these meets a worker that waits for work: it fails to connect at once, then waits again.
+  // Each of these meets a worker that waits for work: it fails to connect at once, then waits
+  // again.
   std::uint16_t closed_port = 0;
   {
     const BoundSocket closed(SOCK_STREAM);

@@ -1,6 +1,6 @@
-// From a crash to the first instruction of the reporter. Without an argument it measures, by running
-// itself: with "tavu" it crashes under the library's handler, with "bare" under one that does no more
-// than what that must: write the dump, walk the modules, start the reporter.
+// From a crash to the first instruction of the reporter. Without an argument it measures, by
+// running itself: with "tavu" it crashes under the library's handler, with "bare" under one that
+// does no more than what that must: write the dump, walk the modules, start the reporter.
 #include <tavu/tavu.h>
 #include <windows.h>
 
@@ -74,8 +74,8 @@ LONG WINAPI BareFilter(EXCEPTION_POINTERS* exception) {
 }
 
 [[noreturn]] void Crash() {
-  // Hosts with a window have it, and what it brings along, loaded. The library's document needs it, too:
-  // without this line the library's dump would be one of twice as many modules.
+  // Hosts with a window have it, and what it brings along, loaded. The library's document needs it,
+  // too: without this line the library's dump would be one of twice as many modules.
   ::LoadLibraryW(L"shell32.dll");
   if (volatile CrashClock* clock = OpenCrashClock()) clock->crashed = Ticks();
   ::RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 2, std::array<ULONG_PTR, 2>{0, 0x10}.data());

@@ -1,5 +1,5 @@
-// What the crashing host and the reporter that it leads to tell each other: when it began. In memory
-// that the measuring process has named, on a clock that is one for all processes.
+// What the crashing host and the reporter that it leads to tell each other: when it began. In
+// memory that the measuring process has named, on a clock that is one for all processes.
 #pragma once
 
 #include <windows.h>

@@ -1,6 +1,6 @@
 // The DLL as a host calls it: tavu_dll_bench TCP_PORT UDP_PORT measures exchanges, the ports being
-// those of tavu_bare_server; without them it measures what needs no server, in a process of its own,
-// because uploads leave a heap behind that is not a host's.
+// those of tavu_bare_server; without them it measures what needs no server, in a process of its
+// own, because uploads leave a heap behind that is not a host's.
 #include <winsock2.h>
 
 #include <string>

@@ -56,8 +56,8 @@ constexpr std::size_t ScalarSize(std::uint8_t value_tag) noexcept {
   }
 }
 
-// Makes the value in its place. Copying it there from a temporary, whole, right after its parts were
-// stored would stall the processor for longer than all the rest takes.
+// Makes the value in its place. Copying it there from a temporary, whole, right after its parts
+// were stored would stall the processor for longer than all the rest takes.
 template <typename Make>
 void MakeInPlace(Value& out, Make make) noexcept {
   out.Clear();
@@ -135,8 +135,8 @@ class ValueRun {
     return size != 0;
   }
 
-  // Reads a short text as a value that borrows from `map`, if one comes next and lies in the window.
-  // Otherwise takes nothing.
+  // Reads a short text as a value that borrows from `map`, if one comes next and lies in the
+  // window. Otherwise takes nothing.
   [[nodiscard]] bool ReadShortText(Value& out, Map& map) {
     if (AtHand() < kTextHead) return false;
     const bool is_string = *next_ == std::byte{tag::kString};

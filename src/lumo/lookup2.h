@@ -1,5 +1,5 @@
-// The working state of the lookup2 hash, for those who hash what is known while compiling. Everybody
-// else calls Lookup2 of hash.h.
+// The working state of the lookup2 hash, for those who hash what is known while compiling.
+// Everybody else calls Lookup2 of hash.h.
 #pragma once
 
 #include <cstdint>

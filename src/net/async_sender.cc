@@ -41,8 +41,8 @@ class Lock {
 
 }  // namespace
 
-// What the sender and its worker share. Whoever of the two lets go last frees it: a worker whose start
-// took too long may begin when its sender is long gone.
+// What the sender and its worker share. Whoever of the two lets go last frees it: a worker whose
+// start took too long may begin when its sender is long gone.
 class AsyncSender::Context {
  public:
   Context(const Endpoint& server, PendingOnStop pending, Protocol protocol)
@@ -155,8 +155,8 @@ void AsyncSender::Context::Stop() noexcept {
   }
   ::SetEvent(work_event_.get());
   if (!started) return;
-  // The thread is waited for as well: at the end of the process the system has ended it already, and
-  // it will not report any more.
+  // The thread is waited for as well: at the end of the process the system has ended it already,
+  // and it will not report any more.
   const HANDLE either[] = {stopped_event_.get(), thread_.get()};
   ::WaitForMultipleObjects(2, either, FALSE, INFINITE);
 }

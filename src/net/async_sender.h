@@ -3,8 +3,8 @@
 //
 // Life: Create starts the thread; Stop ends it and may take as long as the calls still queued; the
 // destructor stops. Threads: Enqueue, Stop and the last results from any, the rest belongs to the
-// worker; nobody may use a sender that is being destroyed. Stop and Enqueue may meet: a call that was
-// accepted is made, or dropped only because of kDiscard.
+// worker; nobody may use a sender that is being destroyed. Stop and Enqueue may meet: a call that
+// was accepted is made, or dropped only because of kDiscard.
 //
 // The host may go away at any time. It may end with senders alive: the system ends the worker, and
 // nothing here waits for it. It may free the library with senders alive, or right behind their
@@ -32,8 +32,8 @@ class AsyncSender {
                                                            Protocol protocol) noexcept;
   AsyncSender(const AsyncSender&) = delete;
   AsyncSender& operator=(const AsyncSender&) = delete;
-  // Stops. Closes the work and the stopped event; the started event and the thread's handle stay open
-  // for good, as they always have.
+  // Stops. Closes the work and the stopped event; the started event and the thread's handle stay
+  // open for good, as they always have.
   ~AsyncSender();
 
   // Queues a call and returns at once, in amortised constant time. Takes `argument` as it is, so it

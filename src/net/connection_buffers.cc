@@ -11,7 +11,7 @@ namespace {
 
 // Enough for the ends of texts and the packet lengths between as many borrowed pieces as one send
 // has.
-constexpr std::size_t kCopyCapacity = 64 * 1024;
+constexpr std::size_t kCopyCapacity = std::size_t{64} << 10;
 // Of one send: 512 packets with a length before each. More is more than some systems take at once.
 constexpr std::size_t kMostPieces = 1024;
 

@@ -9,15 +9,13 @@
 
 namespace TAVU::QTC {
 
-using lumo::ByteSink;
-
 PacketWriter::PacketWriter(lumo::ByteSink& connection) noexcept : connection_(connection) {
   window_ = buffer_.data();
   window_end_ = window_ + buffer_.size();
 }
 
 bool PacketWriter::Flush() {
-  return held() == 0 || WritePacket(nullptr, 0, &ByteSink::Write);
+  return held() == 0 || WritePacket(nullptr, 0, &lumo::ByteSink::Write);
 }
 
 bool PacketWriter::Close() {
@@ -29,12 +27,12 @@ bool PacketWriter::Close() {
 
 std::ptrdiff_t PacketWriter::Accept(const std::byte* data, std::size_t size) {
   if (closed_) return 0;
-  return Cut(data, size, &ByteSink::Write) ? static_cast<std::ptrdiff_t>(size) : -1;
+  return Cut(data, size, &lumo::ByteSink::Write) ? static_cast<std::ptrdiff_t>(size) : -1;
 }
 
 bool PacketWriter::AcceptBorrowed(const std::byte* data, std::size_t size) {
   const bool fits = size <= static_cast<std::size_t>(window_end_ - window_);
-  return fits || closed_ ? Write(data, size) : Cut(data, size, &ByteSink::WriteBorrowed);
+  return fits || closed_ ? Write(data, size) : Cut(data, size, &lumo::ByteSink::WriteBorrowed);
 }
 
 bool PacketWriter::Cut(const std::byte* data, std::size_t size, ConnectionWrite write) {

@@ -45,13 +45,17 @@ class RingBuffer {
   // Takes the oldest element; needs one.
   [[nodiscard]] T Pop() noexcept {
     T element = std::exchange(At(0), T());
-    first_ = (first_ + 1) % capacity_;
+    first_ = Wrapped(first_ + 1);
     --count_;
     return element;
   }
 
  private:
-  T& At(std::size_t index) noexcept { return block_[(first_ + index) % capacity_]; }
+  T& At(std::size_t index) noexcept { return block_[Wrapped(first_ + index)]; }
+  // `place` is less than twice the capacity.
+  [[nodiscard]] std::size_t Wrapped(std::size_t place) const noexcept {
+    return place < capacity_ ? place : place - capacity_;
+  }
 
   void Swap(RingBuffer& other) noexcept {
     std::swap(block_, other.block_);

@@ -6,6 +6,7 @@
 
 namespace TAVU::QTC {
 
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): destroyed by Release only
 class VobQtcClientImpl final : public IQtcClient {
  public:
   VobQtcClientImpl() noexcept = default;
@@ -22,7 +23,7 @@ class VobQtcClientImpl final : public IQtcClient {
   void Release() noexcept override { delete this; }
 
  private:
-  ~VobQtcClientImpl() = default;  // by Release only
+  ~VobQtcClientImpl() = default;
 
   // Throws std::bad_alloc.
   [[nodiscard]] ResultCode Exchange(const char* method, const lumo::Value& argument);

@@ -234,8 +234,8 @@ TEST(StackWalk, EndsAtDamage) {
   EXPECT_NE(region.Protect & PAGE_GUARD, 0u) << "the walk took the guard off";
 }
 
-// Calls BuildCallStack(nullptr) from a frame of the plainest form and returns its own return address.
-// Its first argument is where the result goes, as in BuildCallStack itself.
+// Calls BuildCallStack(nullptr) from a frame of the plainest form and returns its own return
+// address. Its first argument is where the result goes, as in BuildCallStack itself.
 [[gnu::naked]] const void* WalkFromPlainFrame(void* /*result*/, void* /*null*/) {
   asm("pushq %%rbp; movq %%rsp, %%rbp; subq $32, %%rsp; call %c0; movq 8(%%rbp), %%rax; leave; "
       "ret" ::"i"(&BuildCallStack));

@@ -14,7 +14,8 @@ using Text = const std::wstring&;
 TAVU_HANDLE current = nullptr;  // the latest
 unsigned long argument = 0;     // the number behind the way to crash
 
-// ---- Ways to crash. The test builds this file without optimization, so that functions keep frames.
+// ---- Ways to crash. The test builds this file without optimization, so that functions keep
+// frames.
 
 volatile int zero = 0;
 

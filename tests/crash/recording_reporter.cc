@@ -1,7 +1,7 @@
-// Takes the place of the crash reporter and writes down, in its own folder, what it was told and what
-// it found: report.txt (its command line, in UTF-8) with a copy of the temporary folder, whose files
-// must be complete by now, as "seen"; or restart.txt, once the crashed process has ended: a host that
-// waited for this process would never end.
+// Takes the place of the crash reporter and writes down, in its own folder, what it was told and
+// what it found: report.txt (its command line, in UTF-8) with a copy of the temporary folder, whose
+// files must be complete by now, as "seen"; or restart.txt, once the crashed process has ended: a
+// host that waited for this process would never end.
 #include <windows.h>
 
 #include <filesystem>

@@ -1,5 +1,5 @@
-// The reporter's command line: whatever it holds is read, and what was read writes out to lines that
-// read the same.
+// The reporter's command line: whatever it holds is read, and what was read writes out to lines
+// that read the same.
 #include "crash_reporter/pairs.h"
 #include "fuzz/fuzzer.h"
 

@@ -83,7 +83,8 @@ TEST(Codec, WritesAndReadsTheReferenceOverStreamsThatStopAnywhere) {
       if (!vector.contains("one_way")) EXPECT_EQ(Compare(read, value), 0);
       EXPECT_TRUE(source.rest.empty() && source.at_hand().empty());
     }
-    // A stream that takes or gives nothing leaves 109; one that failed in its own way keeps its code.
+    // A stream that takes or gives nothing leaves 109; one that failed in its own way keeps its
+    // code.
     for (std::size_t length = 0; length < bytes.size(); length += 1 + bytes.size() / 60) {
       for (const auto& [answer, code] : {std::pair(0, 109u), std::pair(-1, 7u)}) {
         SetThreadError(7);

@@ -10,8 +10,9 @@
 
 namespace TAVU::test {
 
-// Gives `incoming` in pieces of at most `piece` bytes, then an orderly end. Takes `good_sends` sends;
-// the next one has the result `bad_send`. Takes what comes behind that, too, for tests to see.
+// Gives `incoming` in pieces of at most `piece` bytes, then an orderly end. Takes `good_sends`
+// sends; the next one has the result `bad_send`. Takes what comes behind that, too, for tests to
+// see.
 struct MemoryTransport final : QTC::Transport {
   explicit MemoryTransport(std::vector<std::byte> to_come = {}, std::size_t at_once = 2048)
       : incoming(std::move(to_come)), piece(at_once) {}

@@ -1,5 +1,5 @@
-// Where the collector sees a request end, and what it takes for UTF-8. What it makes of whole requests
-// is seen in collector_test.py.
+// Where the collector sees a request end, and what it takes for UTF-8. What it makes of whole
+// requests is seen in collector_test.py.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -180,8 +180,8 @@ class ScriptedServer::Impl {
                       });
   }
 
-  // Under Wine a reset reads as an orderly end when Wine's own server saw it first. A byte sent tells
-  // the two apart: a connection that was reset takes none.
+  // Under Wine a reset reads as an orderly end when Wine's own server saw it first. A byte sent
+  // tells the two apart: a connection that was reset takes none.
   static ConnectionEnd HowItEnded(Session& session, asio::error_code error) {
     if (error == asio::error::eof) asio::write(session.socket, asio::buffer("?", 1), error);
     return error ? ConnectionEnd::kReset : ConnectionEnd::kOrderly;

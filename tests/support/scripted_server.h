@@ -1,7 +1,7 @@
 // A server for tests, in the test's own process: on 127.0.0.1, on a port that the system chose, and
-// as ill-behaved as the test asks for. It works from its construction to its destruction, on a thread
-// of its own, and keeps nothing behind that. The test calls it from its one thread; what waits gives
-// up only after a minute, which no healthy test reaches.
+// as ill-behaved as the test asks for. It works from its construction to its destruction, on a
+// thread of its own, and keeps nothing behind that. The test calls it from its one thread; what
+// waits gives up only after a minute, which no healthy test reaches.
 #pragma once
 
 #include <winsock2.h>
