@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -85,9 +86,6 @@ TEST(Texts, AreThoseOfTheReference) {
                                       given["process_id"]),
               Wide(c["line"]));
   }
-}
-
-TEST(Texts, ReporterCommandLines) {
   for (const Json& c : vectors["reporter_command_line"]) {
     const Json& given = c["given"];
     const auto text = [&](const char* key) { return Wide(given[key]); };
@@ -167,9 +165,9 @@ struct TestFrame {
   std::uint32_t words[5];
 };
 
-std::vector<std::string> Walk(std::uint64_t frame_pointer) {
+std::vector<std::string> Walk(const void* frame) {
   Crash crash;
-  crash.context.Rbp = frame_pointer;
+  crash.context.Rbp = AddressOf(frame);
   crash.record.ExceptionAddress = here;
   std::vector<std::string> entries;
   const auto stack = BuildCallStack(&crash.pointers);
@@ -180,10 +178,10 @@ std::vector<std::string> Walk(std::uint64_t frame_pointer) {
 TEST(StackWalk, DescribesEachEntry) {
   const TestFrame outside = {0, &outside, {}};
   const TestFrame inside = {AddressOf(&outside), here, {0, 1, 0xABCDEF01, 16, 0xFFFFFFFF}};
-  EXPECT_EQ(Walk(AddressOf(&inside)),
-            (std::vector<std::string>{
-                Low32(here) + in_here,
-                Low32(here) + " params=0, 1, abcdef01, 10, ffffffff" + in_here, Low32(&outside)}));
+  EXPECT_EQ(Walk(&inside),
+            (std::vector{Low32(here) + in_here,
+                         Low32(here) + " params=0, 1, abcdef01, 10, ffffffff" + in_here,
+                         Low32(&outside)}));
 }
 
 TEST(StackWalk, EndsAtDamage) {
@@ -193,41 +191,42 @@ TEST(StackWalk, EndsAtDamage) {
   ::VirtualAlloc(pages, kPage, MEM_COMMIT, PAGE_READWRITE);
   char* const guard = pages + 2 * kPage;
   ::VirtualAlloc(guard, kPage, MEM_COMMIT, PAGE_READWRITE | PAGE_GUARD);
-  TestFrame cycle = {AddressOf(&cycle), here, {}};
-  const TestFrame last = {0, here, {}},
-                  no_code = {AddressOf(&last), reinterpret_cast<void*>(1), {}};
-
+  const TestFrame cycle = {AddressOf(&cycle), here, {}}, last = {0, here, {}};
+  const TestFrame no_code = {0, reinterpret_cast<void*>(1), {}};
+  // The last `size` bytes that can be read: a frame, or what there is of it.
+  const auto cut_to = [&](std::size_t size) {
+    return static_cast<const void*>(std::memcpy(pages + kPage - size, &last, size));
+  };
+  const auto number = [](std::uint64_t address) { return reinterpret_cast<void*>(address); };
+  std::memcpy(pages + 3, &last, sizeof last);
   const struct {
     const char* name;
-    std::uint64_t frame;
+    const void* frame;
     std::size_t entries;
-    bool has_parameters;
-    std::size_t size = 0;  // of a frame that ends, or is cut, where the readable memory ends
+    bool has_parameters = false;
+    std::size_t size = 0;
   } kCases[] = {
-      {"null", 0, 1, false},
-      {"kernel address", 0xFFFF800000001000, 1, false},
-      {"outside all address spaces", 0x0123456789ABCDE0, 1, false},
-      {"wraps around", 0xFFFFFFFFFFFFFFFC, 1, false},
-      {"reserved page", AddressOf(pages + kPage), 1, false},
-      {"guard page", AddressOf(guard), 1, false},
-      {"return address cut", 0, 1, false, 12},
-      {"return address not readable", AddressOf(&no_code), 1, false},
-      {"parameters cut", 0, 2, false, 27},
-      {"parameters cut behind what is tested", 0, 2, false, 28},
-      {"whole", 0, 2, true, 36},
-      {"odd address", AddressOf(pages) + 3, 2, true},
-      {"cycle", AddressOf(&cycle), 20, true},
+      {"null", nullptr, 1},
+      {"kernel address", number(0xFFFF800000001000), 1},
+      {"outside all address spaces", number(0x0123456789ABCDE0), 1},
+      {"wraps around", number(0xFFFFFFFFFFFFFFFC), 1},
+      {"reserved page", pages + kPage, 1},
+      {"guard page", guard, 1},
+      {"return address cut", nullptr, 1, false, 12},
+      {"return address not readable", &no_code, 1},
+      {"parameters cut", nullptr, 2, false, 27},
+      {"parameters cut behind what is tested", nullptr, 2, false, 28},
+      {"whole", nullptr, 2, true, 36},
+      {"odd address", pages + 3, 2, true},
+      {"cycle", &cycle, 20, true},
   };
-  std::memcpy(pages + 3, &last, sizeof last);
   for (const auto& c : kCases) {
-    char* const at_end = pages + kPage - c.size;
-    std::memcpy(at_end, &last, c.size);
-    const auto entries = Walk(c.size > 0 ? AddressOf(at_end) : c.frame);
+    const auto entries = Walk(c.size > 0 ? cut_to(c.size) : c.frame);
     EXPECT_EQ(entries.size(), c.entries) << c.name;
     EXPECT_EQ(entries.back().find("params=") != std::string::npos, c.has_parameters) << c.name;
   }
   all_looks_readable = true;
-  EXPECT_EQ(Walk(AddressOf(pages + kPage)).size(), 1u) << "taken away after it was asked for";
+  EXPECT_EQ(Walk(pages + kPage).size(), 1u) << "taken away after it was asked for";
   all_looks_readable = false;
   MEMORY_BASIC_INFORMATION region;
   ::VirtualQuery(guard, &region, sizeof region);
@@ -258,42 +257,37 @@ TEST(CustomInfo, ComesFromCallbackOrStore) {
     std::wmemset(buffer, L'w', static_cast<std::size_t>(capacity) + 1);  // no terminator
     return capacity == 4095;
   };
-  const CustomInfoCallbackA fill_narrow = [](char* buffer, std::int32_t capacity) {
-    std::strcpy(buffer, "n&<");
-    return capacity == 4095;
-  };
   const CustomInfoCallbackW refuse = [](wchar_t* buffer, std::int32_t) {
     return !(*buffer = L'r');
+  };
+  const CustomInfoCallbackA narrow = [](char* buffer, std::int32_t capacity) {
+    return std::strcpy(buffer, "n&<") != nullptr && capacity == 4095;
   };
   const CustomInfoCallbackA empty = [](char* buffer, std::int32_t) { return (*buffer = 0) == 0; };
   const struct {
     const char* name;
     CustomInfoCallbackW wide;
     CustomInfoCallbackA narrow;
-    const wchar_t* stored;
     std::wstring expected;  // empty: no element
   } kCases[] = {
-      {"nothing", nullptr, nullptr, L"", L""},
-      {"stored", nullptr, nullptr, L"s & <t>", L"s & <t>"},
-      {"wide", fill, nullptr, L"stored", std::wstring(4095, L'w')},
-      {"narrow", nullptr, fill_narrow, L"stored text", L"n&<"},
-      {"refused", refuse, nullptr, L"stored", L""},
-      {"empty", nullptr, empty, L"stored", L""},
-      {"throw of Visual C++", Raise<0xE06D7363>, nullptr, L"stored", L""},
-      {"throw of GCC", nullptr, Raise<0x20474343>, L"stored", L""},
+      {"stored", nullptr, nullptr, L"s & <t>"},
+      {"wide", fill, nullptr, std::wstring(4095, L'w')},
+      {"narrow", nullptr, narrow, L"n&<"},
+      {"refused", refuse, nullptr, L""},
+      {"empty", nullptr, empty, L""},
+      {"throw of Visual C++", Raise<0xE06D7363>, nullptr, L""},
+      {"throw of GCC", nullptr, Raise<0x20474343>, L""},
   };
   CrashHandler& handler = CrashHandler::Get();
   for (const auto& c : kCases) {
     handler.customInfoCallbackW = c.wide;
     handler.customInfoCallbackA = c.narrow;
-    std::wcscpy(handler.additionalInfo.data(), c.stored);
+    std::wcscpy(handler.additionalInfo.data(), L"s & <t>");
     const auto node = BuildCustomInfo();
-    EXPECT_EQ(node ? node->text() : L"", c.expected) << c.name;
-    EXPECT_EQ(node == nullptr, c.expected.empty()) << c.name;
+    ASSERT_EQ(node == nullptr, c.expected.empty()) << c.name;
+    if (node) EXPECT_EQ(node->text(), c.expected) << c.name;
   }
-  handler.customInfoCallbackW = nullptr;
   handler.customInfoCallbackA = nullptr;
-  handler.additionalInfo = {};
 }
 
 TEST(ModuleList, KeepsWhatAModuleDoesNotGive) {
@@ -308,15 +302,14 @@ TEST(ModuleList, KeepsWhatAModuleDoesNotGive) {
   const std::string size = std::to_string(ReadFile("crash_versioned_module.dll").size());
   // CTest runs this in the zone of Shanghai.
   const std::string versions = "file_ver=\"1.2.3.4\" prod_ver=\"5.6.7.65535\" list_modified=\"";
-  for (const auto& [name, date] : {std::pair("crash_versioned_module.dll", "20"),
-                                   std::pair("gone &amp; away.dll", "1601-01-01 08:00:00\"")}) {
-    const std::size_t at = document.find("<module name=\"" + std::string(name) + "\"");
-    ASSERT_NE(at, document.npos) << name;
-    const std::string line = document.substr(at, document.find('\n', at) - at);
-    for (const std::string& part :
-         {"\\" + std::string(name) + "\"", " file_size=\"" + size + "\"", versions + date}) {
-      EXPECT_NE(line.find(part), line.npos) << part << " in " << line;
-    }
+  for (const std::string& facts :
+       {"crash_versioned_module.dll\" file_size=\"" + size + "\" .*" + versions + "20",
+        "gone &amp; away.dll\" file_size=\"" + size + "\" .*" + versions +
+            "1601-01-01 08:00:00\""}) {
+    const std::string name = facts.substr(0, facts.find('"') + 1);
+    EXPECT_TRUE(
+        std::regex_search(document, std::regex("<module name=\"" + name + " path=\".*" + facts)))
+        << facts;
   }
 }
 

@@ -103,16 +103,6 @@ bool Crash(Text text) {
 
 // ---- Other commands ----
 
-// The first bytes of the guarded function, where it lies, and the library.
-bool PrintEntry(Text /*text*/) {
-  const auto* const entry = reinterpret_cast<const unsigned char*>(
-      ::GetProcAddress(::GetModuleHandleW(L"kernel32"), "SetUnhandledExceptionFilter"));
-  for (int i = 0; i < 9; ++i) std::printf("%02x", entry[i]);
-  std::printf(" %p %p\n", static_cast<const void*>(entry),
-              static_cast<void*>(::GetModuleHandleW(L"TAVU")));
-  return true;
-}
-
 // Starts to send a log record on another thread.
 bool Send(Text /*text*/) {
   const auto send = [](void*) -> DWORD {
@@ -162,8 +152,6 @@ const struct Command {
     {L"ask", SetCallback<GiveText>},
     {L"throw-when-asked", SetCallback<ThrowWhenAsked>},
     {L"temp", [](Text text) { return ::SetEnvironmentVariableW(L"TMP", text.c_str()) != 0; }},
-    {L"no-filter", [](Text) { return ::SetUnhandledExceptionFilter(nullptr) != nullptr; }},
-    {L"entry", PrintEntry},
     {L"send", Send},
     {L"wait", [](Text) { return std::getchar() == '\n'; }},  // for a sign of the driver
     {L"crash", Crash},

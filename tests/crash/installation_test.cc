@@ -44,66 +44,63 @@ LONG WINAPI FilterOfOther(EXCEPTION_POINTERS*) {
 }
 
 using Entry = std::array<unsigned char, 9>;
-Entry& EntryOfSystem() {
-  return *reinterpret_cast<Entry*>(
-      ::GetProcAddress(::GetModuleHandleW(L"kernel32"), "SetUnhandledExceptionFilter"));
-}
-// A jump to the dummy.
-bool IsGuarded() {
-  std::int32_t displacement = 0;
-  std::memcpy(&displacement, &EntryOfSystem()[1], sizeof displacement);
-  return EntryOfSystem()[0] == 0xE9 &&
-         EntryOfSystem().data() + 5 + displacement ==
-             reinterpret_cast<const unsigned char*>(&DummySetUnhandledExceptionFilter);
+auto* const entry = reinterpret_cast<Entry*>(
+    ::GetProcAddress(::GetModuleHandleW(L"kernel32"), "SetUnhandledExceptionFilter"));
+
+// A jump to the dummy, and filler.
+Entry Patch() {
+  const auto target = reinterpret_cast<const unsigned char*>(&DummySetUnhandledExceptionFilter);
+  const auto displacement = static_cast<std::int32_t>(target - (entry->data() + 5));
+  Entry patch = {0xE9, 0, 0, 0, 0, 0xCC, 0xCC, 0xCC, 0xCC};
+  std::memcpy(&patch[1], &displacement, sizeof displacement);
+  return patch;
 }
 
 // The result of a step, and the code that it left: 7 when it set none.
 using Result = std::pair<bool, std::uint32_t>;
 constexpr Result kDone = {true, 7}, kNothing = {false, 7}, kRefused = {false, 102};
-Result Install(api::Handle handle) {
+Result Take(bool (*step)(api::Handle), api::Handle handle) {
   api::SetLastErrorCode(7);
-  const bool done = InstallCrashFilter(handle, &CrashFilter);
+  const bool done = step(handle);
   return {done, api::GetLastErrorCode()};
 }
+Result Install(api::Handle handle) {
+  return Take([](api::Handle owner) { return InstallCrashFilter(owner, &CrashFilter); }, handle);
+}
 Result Uninstall(api::Handle handle) {
-  api::SetLastErrorCode(7);
-  const bool done = UninstallCrashFilter(handle);
-  return {done, api::GetLastErrorCode()};
+  return Take(&UninstallCrashFilter, handle);
 }
 
 TEST(Installation, IsGuardedOwnedAndUndone) {
   api::LastErrorSlot::AttachProcess();
   ::SetUnhandledExceptionFilter(&FilterOfHost);
-  const Entry before = EntryOfSystem();
-  EXPECT_EQ(Uninstall(1), kNothing) << "nothing installed";
-  EXPECT_EQ(Uninstall(0), kNothing);
+  const Entry before = *entry;
+  EXPECT_EQ(Uninstall(0), kNothing) << "nothing installed";
   for (int round = 0; round < 2; ++round) {
     EXPECT_EQ(RestoreSetUnhandledExceptionFilter(), 0) << "nothing patched";
     EXPECT_EQ(Install(1), kDone);
-    EXPECT_TRUE(IsGuarded());
+    EXPECT_EQ(*entry, Patch());
     EXPECT_EQ(::SetUnhandledExceptionFilter(&FilterOfOther), nullptr) << "not turned away";
     EXPECT_EQ(Install(1), kRefused);
     EXPECT_EQ(Install(2), kRefused);
     EXPECT_EQ(Uninstall(2), kNothing) << "not the owner";
-    EXPECT_TRUE(IsGuarded());
     EXPECT_EQ(Uninstall(1), kDone);
-    EXPECT_EQ(EntryOfSystem(), before);
+    EXPECT_EQ(*entry, before);
     EXPECT_EQ(::SetUnhandledExceptionFilter(&FilterOfHost), &FilterOfHost) << "not put back";
   }
 }
 
 TEST(Installation, WithoutAFilterBeforeNobodyOwnsIt) {
   ::SetUnhandledExceptionFilter(nullptr);
-  const Entry before = EntryOfSystem();
+  const Entry before = *entry;
   EXPECT_EQ(Install(1), kNothing);
   EXPECT_EQ(Uninstall(1), kNothing);
-  EXPECT_TRUE(IsGuarded());
+  EXPECT_EQ(*entry, Patch());
   EXPECT_EQ(Install(2), kNothing) << "its call lands in the guard";
   CrashHandler& handler = CrashHandler::Get();
-  EXPECT_EQ(std::memcmp(handler.savedEntryBytes.data(), &EntryOfSystem(), sizeof before), 0);
+  EXPECT_EQ(std::memcmp(handler.savedEntryBytes.data(), entry, sizeof before), 0) << "own patch";
   // Back to the beginning, past the library: the filter in place is still the one of the library.
-  ASSERT_TRUE(::WriteProcessMemory(::GetCurrentProcess(), &EntryOfSystem(), &before, sizeof before,
-                                   nullptr));
+  ASSERT_TRUE(::WriteProcessMemory(::GetCurrentProcess(), entry, &before, sizeof before, nullptr));
   handler.entryPatched = false;
   EXPECT_EQ(::SetUnhandledExceptionFilter(&FilterOfHost), &CrashFilter);
 }
