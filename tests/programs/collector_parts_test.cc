@@ -1,5 +1,5 @@
-// Where the collector sees a request end, and what it takes for UTF-8. What it makes of whole
-// requests is seen in collector_test.py.
+// Where the collector sees a request end. What it makes of whole requests is seen in
+// collector_test.py.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -9,10 +9,8 @@
 #include "body_scanner.h"
 #include "lumo/codec.h"
 #include "lumo/memory_reader.h"
-#include "record_line.h"
 #include "request_scanner.h"
 #include "support/vectors.h"
-#include "value_json.h"
 
 namespace TAVU::collector {
 namespace {
@@ -110,18 +108,6 @@ TEST(RequestScanner, RefusesAsEarlyAsItCan) {
   const Bytes request = InPackets(BodyWith(BytesOf("4e")), 99);
   EXPECT_EQ(Scan(request, used, request.size()).first, ScanState::kComplete);
   EXPECT_EQ(Scan(request, used, request.size() - 1).second, "request larger than 16 bytes");
-}
-
-TEST(Texts, Utf8) {
-  for (const char* text :
-       {"", "a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80", "\xED\x9F\xBF\xF4\x8F\xBF\xBF"}) {
-    EXPECT_TRUE(IsUtf8(text)) << text;
-  }
-  for (const char* text : {"\x80", "\xC0\xAF", "\xC3", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xE4\xB8",
-                           "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xFF", "\xE4\xB8\x41"}) {
-    EXPECT_FALSE(IsUtf8(text)) << text;
-  }
-  EXPECT_EQ(CutText("ab\xF0\x9F\x98\x80", 5), "ab");
 }
 
 }  // namespace

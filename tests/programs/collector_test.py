@@ -247,17 +247,22 @@ class CollectorTest(unittest.TestCase):
             self.assertEqual(collector.line()["message"], "whole")
             self.assertEqual(collector.line()["argument"]["binary"]["size"], 2904)
 
-    def test_requests_in_pieces_until_it_is_interrupted(self):
-        one, two = log_line("one"), log_line("two")
-        with Collector() as collector, collector.connect() as peer:
-            peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-            peer.sendall(one)
-            for byte in two + one[:9]:
-                peer.sendall(bytes([byte]))
-            self.assertEqual([read_reply(peer) for _ in range(2)], [SUCCESS] * 2)
-            self.assertEqual([collector.line()["message"] for _ in range(2)], ["one", "two"])
-            collector.process.send_signal(signal.SIGINT)
-            self.assertEqual(collector.process.wait(PATIENCE), 0)
+    def test_requests_in_pieces_until_enough_or_interrupted(self):
+        requests = [log_line(text) for text in ("one", "two", "three")]
+        for count, rest in (2, requests[2]), (0, requests[2][:9]):
+            with Collector("--count", str(count)) as collector, collector.connect() as peer:
+                peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+                for byte in requests[0]:
+                    peer.sendall(bytes([byte]))
+                peer.sendall(requests[1] + rest)
+                self.assertEqual([read_reply(peer) for _ in range(2)], [SUCCESS] * 2)
+                if not count:
+                    collector.process.send_signal(signal.SIGINT)
+                self.assertTrue(ends(peer))
+                self.assertEqual(collector.process.wait(PATIENCE), 0)
+            self.assertEqual(
+                [json.loads(line)["message"] for line in collector.unread[0].splitlines()],
+                ["one", "two"])
 
     def test_bad_bytes_end_that_connection_only(self):
         whole = request_named("plain")
@@ -312,15 +317,6 @@ class CollectorTest(unittest.TestCase):
                 self.assertNotEqual(ended.stderr, b"", arguments)
             self.assertIn(b"cannot listen", ended.stderr)  # on the port in use
 
-    def test_count_ends_it_after_the_last_reply(self):
-        with Collector("--count", "2") as collector, collector.connect() as peer:
-            peer.sendall(log_line("1") + log_line("2") + log_line("3"))
-            self.assertEqual([read_reply(peer), read_reply(peer)], [SUCCESS] * 2)
-            self.assertTrue(ends(peer))
-            self.assertEqual(collector.process.wait(PATIENCE), 0)
-        self.assertEqual([json.loads(line)["message"] for line in collector.unread[0].splitlines()],
-                         ["1", "2"])
-
     def test_values_of_any_service(self):
         cases = [
             (b"C\xff", -1), (b"L" + struct.pack(">q", 2**62), 2**62),
@@ -356,21 +352,26 @@ class CollectorTest(unittest.TestCase):
                 "77": "kept", "-1": True})
 
     def test_long_texts_and_many_files(self):
-        text = "\u00e9" + "x" * 70000
+        text = "x" + "\u00e9" * 70000
         many = [b"%d" % i * i for i in range(101)]
         with Collector("--store", self.store) as collector:
             extra = b"s" + binary(text.encode())[1:].replace(b"b\x80\0", b"s\x80\0")
             collector.send(call(record({5: string("4"), 301: extra.replace(b"B", b"S")})))
             line = collector.line()
-            self.assertEqual(line["extra_data"], text[:65535])
+            self.assertEqual(line["extra_data"], text[:32768])  # no part of a character
             self.check_kept(line["extra_data_file"], text.encode())
-
+            for no_text in (b"\x80", b"\xc0\xaf", b"\xe0\x9f\xbf", b"\xed\xa0\x80", b"\xe4\xb8A",
+                            b"\xf0\x8f\xbf\xbf", b"\xf4\x90\x80\x80"):
+                collector.send(call(record({5: string("4"), 403: binary(no_text)})))
+                line = collector.line()
+                self.assertNotIn("dump", line)
+                self.check_kept(line["dump_file"], no_text)
             collector.send(call(b"V" + b"".join(map(binary, many)) + b"z"))
             collector.explanation("too many in one call")
-            kept = [entry["binary"] for entry in collector.line()["argument"]]
-            for entry, data in zip(kept[:100], many):
+            *kept, last = [entry["binary"] for entry in collector.line()["argument"]]
+            for entry, data in zip(kept, many):
                 self.check_kept(entry, data)
-            self.assertIn("error", kept[100])
+            self.assertIn("error", last)
 
 
 class LinuxTest(unittest.TestCase):
