@@ -2,13 +2,13 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <new>
 #include <stdexcept>
 
 #include "api/frame/export_frame.h"
 #include "api/frame/instance_registry.h"
 #include "api/frame/text_conversion.h"
 #include "lumo/allocator.h"
+#include "support/threads.h"
 #include "support/vectors.h"
 
 namespace TAVU::api {
@@ -36,13 +36,25 @@ TEST(RunExport, LetsNoExceptionOut) {
     return [exception](const ApiLock::Guard&) -> bool { throw exception; };
   };
   ASSERT_TRUE(LastErrorSlot::AttachProcess());  // nobody else does in this program
-  EXPECT_FALSE(RunExport(throwing(std::bad_alloc())));
-  EXPECT_EQ(GetLastErrorCode(), static_cast<std::uint32_t>(TAVU_ERROR_INVALID_ARGUMENT));
   EXPECT_FALSE(RunExport(ErrorCode::kCallFailed, throwing(lumo::BadAllocation())));
   EXPECT_EQ(GetLastErrorCode(), static_cast<std::uint32_t>(TAVU_ERROR_CALL_FAILED));
   EXPECT_FALSE(RunExport(throwing(std::logic_error("gone"))));
   EXPECT_EQ(GetLastErrorCode(), static_cast<std::uint32_t>(TAVU_ERROR_INVALID_HANDLE));
   EXPECT_TRUE(RunExport([](const ApiLock::Guard&) { return true; })) << "the lock is free again";
+}
+
+// The last one, because the lock stays held, and the thread never ends.
+TEST(ApiLock, AskedForAgainByItsHolderWaitsForEverAtNoCost) {
+  const auto* holder = new test::Thread([] {
+    const ApiLock::Guard first;
+    const ApiLock::Guard second;
+  });
+  EXPECT_EQ(::WaitForSingleObject(holder->get(), 300), WAIT_TIMEOUT);
+  ULARGE_INTEGER used = {};  // in units of 100 nanoseconds
+  FILETIME created, ended, kernel;
+  ASSERT_TRUE(::GetThreadTimes(holder->get(), &created, &ended, &kernel,
+                               reinterpret_cast<FILETIME*>(&used)));
+  EXPECT_LT(used.QuadPart, 100 * 10'000u);
 }
 
 }  // namespace
