@@ -379,6 +379,21 @@ class LinuxTest(unittest.TestCase):
         if on_windows():
             self.skipTest("limits and full disks are made with means of Linux")
 
+    def test_thousands_of_peers_at_once(self):
+        soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
+        self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, (soft, hard))
+        with Collector(limits=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (256, hard)),
+                       stdout=subprocess.DEVNULL) as collector:
+            peers = [collector.connect() for _ in range(min(4000, hard - 200))]
+            for half in (slice(0, 60), slice(60, None)):
+                for i, peer in enumerate(peers):
+                    peer.sendall(log_line(str(i))[half])
+            for peer in peers:
+                self.assertEqual(read_reply(peer), SUCCESS)
+                peer.close()
+        self.assertRegex(collector.unread[1], r"^(.*connections have to wait: .*\n)*$")
+
     def test_disk_full(self):
         with tempfile.TemporaryDirectory() as store, Collector(
                 "--store", store,
