@@ -9,6 +9,7 @@
 #include "lumo/basic_string.h"
 #include "net/ring_buffer.h"
 #include "net/scoped_handle.h"
+#include "net/slim_lock.h"
 
 namespace TAVU::QTC {
 
@@ -21,23 +22,6 @@ enum class Reset { kAutomatic, kManual };
 ScopedHandle NewEvent(Reset reset) noexcept {
   return ScopedHandle(::CreateEventW(nullptr, reset == Reset::kManual, FALSE, nullptr));
 }
-
-class Lock {
- public:
-  class Guard {
-   public:
-    explicit Guard(Lock& lock) noexcept : lock_(lock) { ::AcquireSRWLockExclusive(&lock.lock_); }
-    Guard(const Guard&) = delete;
-    Guard& operator=(const Guard&) = delete;
-    ~Guard() { ::ReleaseSRWLockExclusive(&lock_.lock_); }
-
-   private:
-    Lock& lock_;
-  };
-
- private:
-  SRWLOCK lock_ = SRWLOCK_INIT;
-};
 
 }  // namespace
 
@@ -92,7 +76,7 @@ class AsyncSender::Context {
   ScopedHandle started_event_ = NewEvent(Reset::kManual);
   ScopedHandle stopped_event_ = NewEvent(Reset::kManual);
 
-  Lock lock_;  // of all that follows
+  SlimLock lock_;  // of all that follows
   State state_ = State::kRunning;
   bool started_ = false;
   bool idle_ = false;  // the worker has seen an empty queue, and nobody has woken it since
@@ -119,7 +103,7 @@ bool AsyncSender::Context::Start() noexcept {
     return false;
   }
   ::WaitForSingleObject(started_event_.get(), kStartTimeoutMs);
-  const Lock::Guard held(lock_);
+  const SlimLock::Guard held(lock_);
   return started_;
 }
 
@@ -127,7 +111,7 @@ bool AsyncSender::Context::Enqueue(const char* method, lumo::Value argument) {
   std::string name(method == nullptr ? "" : method);
   bool wake = false;
   {
-    const Lock::Guard held(lock_);
+    const SlimLock::Guard held(lock_);
     if (!started_ || state_ != State::kRunning) return false;
     methods_.MakeRoom();
     arguments_.MakeRoom();
@@ -145,7 +129,7 @@ void AsyncSender::Context::Stop() noexcept {
   RingBuffer<lumo::Value> dropped_arguments;
   bool started = false;
   {
-    const Lock::Guard held(lock_);
+    const SlimLock::Guard held(lock_);
     if (pending_ == PendingOnStop::kDiscard) {
       dropped_methods = std::move(methods_);
       dropped_arguments = std::move(arguments_);
@@ -163,7 +147,7 @@ void AsyncSender::Context::Stop() noexcept {
 
 void AsyncSender::Context::CloseEvents() noexcept {
   {
-    const Lock::Guard held(lock_);
+    const SlimLock::Guard held(lock_);
     // A worker that has not begun yet needs them; the last owner closes them then.
     if (!started_) return;
   }
@@ -176,12 +160,12 @@ void AsyncSender::Context::Release() noexcept {
 }
 
 ResultCode AsyncSender::Context::LastCode() noexcept {
-  const Lock::Guard held(lock_);
+  const SlimLock::Guard held(lock_);
   return last_code_;
 }
 
 std::string AsyncSender::Context::LastErrorText() {
-  const Lock::Guard held(lock_);
+  const SlimLock::Guard held(lock_);
   return std::string(last_error_text_.view());
 }
 
@@ -198,7 +182,7 @@ unsigned __stdcall AsyncSender::Context::ThreadMain(void* context) noexcept {
 
 void AsyncSender::Context::Work() noexcept {
   {
-    const Lock::Guard held(lock_);
+    const SlimLock::Guard held(lock_);
     started_ = true;
     idle_ = true;
   }
@@ -216,7 +200,7 @@ AsyncSender::Context::Step AsyncSender::Context::CallNext() noexcept {
   std::string method;
   lumo::Value argument;
   {
-    const Lock::Guard held(lock_);
+    const SlimLock::Guard held(lock_);
     if (methods_.empty()) {
       // In one go with the look at the queue, so that nothing can be queued in between and be lost.
       if (state_ == State::kRunning) {
@@ -233,7 +217,7 @@ AsyncSender::Context::Step AsyncSender::Context::CallNext() noexcept {
   ResultCode code = ResultCode::kSuccess;
   const Endpoint server = {host_.c_str(), port_, timeout_ms_};
   CallOnce(server, protocol_, method.c_str(), argument, error_text, code);
-  const Lock::Guard held(lock_);
+  const SlimLock::Guard held(lock_);
   last_code_ = code;
   last_error_text_ = std::move(error_text);
   return Step::kCalled;
