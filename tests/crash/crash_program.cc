@@ -1,9 +1,11 @@
 // A host that crashes. Its arguments are commands, carried out one after the other; each prints its
-// name, its result and the library's last error code. See kCommands and kWays.
+// name, its result and the library's last error code. See kCommands.
 #include <tavu/tavu.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <string>
 
@@ -14,15 +16,12 @@ using Text = const std::wstring&;
 TAVU_HANDLE current = nullptr;  // the latest
 unsigned long argument = 0;     // the number behind the way to crash
 
-// ---- Ways to crash. The test builds this file without optimization, so that functions keep
-// frames.
-
 volatile int zero = 0;
-
 volatile int& At(std::uintptr_t address) {
   return *reinterpret_cast<volatile int*>(address);
 }
 
+// The ways to crash. The test builds this file without optimization, so that functions keep frames.
 struct Ways {
   static void Read() { zero = At(0x10); }
   static void Write() { At(0x20) = 1; }
@@ -47,20 +46,6 @@ struct Ways {
   }
 };
 
-constexpr struct {
-  const wchar_t* name;
-  void (*crash)();
-} kWays[] = {{L"read", Ways::Read},
-             {L"write", Ways::Write},
-             {L"execute", Ways::Execute},
-             {L"divide", Ways::Divide},
-             {L"illegal", Ways::Illegal},
-             {L"breakpoint", Ways::Breakpoint},
-             {L"raise", Ways::Raise},
-             {L"throw", Ways::Throw},
-             {L"little-stack", Ways::LittleStack},
-             {L"inside-export", Ways::InsideExport}};
-
 void CallCrash(void (*crash)()) {
   crash();
   std::printf("survived\n");
@@ -74,7 +59,7 @@ DWORD WINAPI CrashOnThread(void* crash) {
 }
 
 // Where a function lies, by the program's own unwind table.
-void PrintRange(const char* name, void (*function)()) {
+void PrintRange(const char* name, void* function) {
   DWORD64 base = 0;
   const auto address = reinterpret_cast<DWORD64>(function);
   const RUNTIME_FUNCTION* const range = ::RtlLookupFunctionEntry(address, &base, nullptr);
@@ -82,37 +67,55 @@ void PrintRange(const char* name, void (*function)()) {
   std::printf("%s = %llx %llx\n", name, base + range->BeginAddress, base + range->EndAddress);
 }
 
-// WAY[:NUMBER][@thread]
+// [NUMBER][@thread]
+template <void (*way)()>
 bool Crash(Text text) {
-  const std::wstring name = text.substr(0, text.find_first_of(L":@"));
-  if (const auto colon = text.find(L':'); colon != text.npos) {
-    argument = std::wcstoul(&text[colon + 1], nullptr, 0);
-  }
-  const auto* way = kWays;
-  while (name != way->name) ++way;
-  PrintRange("crash", way->crash);
-  PrintRange("caller", reinterpret_cast<void (*)()>(&CallCrash));
-  PrintRange("starter", reinterpret_cast<void (*)()>(&CrashOnThread));
+  argument = std::wcstoul(text.c_str(), nullptr, 0);
+  void* const crash = reinterpret_cast<void*>(way);
+  PrintRange("crash", crash);
+  PrintRange("caller", reinterpret_cast<void*>(&CallCrash));
+  PrintRange("starter", reinterpret_cast<void*>(&CrashOnThread));
   std::printf("process = %lu\nbase = %p\n", ::GetCurrentProcessId(),
               static_cast<void*>(::GetModuleHandleW(nullptr)));
-  void* const crash = reinterpret_cast<void*>(way->crash);
   if (!text.ends_with(L"@thread")) return CrashOnThread(crash) == 0;
   const HANDLE thread = ::CreateThread(nullptr, 0, CrashOnThread, crash, 0, nullptr);
   return ::WaitForSingleObject(thread, INFINITE) == 0;
 }
 
-// ---- Other commands ----
+// Whether the system's function begins with a jump into the library, as far as 32 bits tell.
+bool IsGuarded(Text /*text*/) {
+  const auto library = reinterpret_cast<const char*>(::GetModuleHandleW(L"TAVU"));
+  const auto entry = reinterpret_cast<const char*>(
+      ::GetProcAddress(::GetModuleHandleW(L"kernel32"), "SetUnhandledExceptionFilter"));
+  std::uint32_t displacement = 0;
+  std::memcpy(&displacement, entry + 1, sizeof displacement);
+  // What of the target's offset from the library remains in the 32 bits of a jump.
+  const auto offset = static_cast<std::uint32_t>(entry + 5 - library) + displacement;
+  HMODULE target = nullptr;
+  ::GetModuleHandleExW(
+      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+      reinterpret_cast<const wchar_t*>(library + offset), &target);
+  return *entry == '\xE9' && reinterpret_cast<const char*>(target) == library;
+}
 
 // Starts to send a log record on another thread.
 bool Send(Text /*text*/) {
   const auto send = [](void*) -> DWORD {
-    TAVU_SendLog_TCPW(current, 3, L"type", nullptr, L"message");
-    return 0;
+    return TAVU_SendLog_TCPW(current, 3, L"type", nullptr, L"message");
   };
   TAVU_SetTimeout(current, 60000);
   return ::CreateThread(nullptr, 0, send, nullptr, 0, nullptr) != nullptr;
 }
 
+// A function of the library upon the current handle, with the arguments in front of the text.
+template <auto function>
+bool Do(Text /*text*/) {
+  return function(current);
+}
+template <auto function, auto... before>
+bool Set(Text text) {
+  return function(current, before..., text.c_str());
+}
 template <bool (*callback)(wchar_t*, std::int32_t)>
 bool SetCallback(Text /*text*/) {
   return TAVU_SetCustumInfoCallbackW(current, callback);
@@ -123,38 +126,50 @@ bool GiveText(wchar_t* buffer, std::int32_t capacity) {
 bool ThrowWhenAsked(wchar_t* /*buffer*/, std::int32_t /*capacity*/) {
   throw std::string("thrown");
 }
+
+bool Create(Text /*text*/) {
+  current = TAVU_CreateW(L"crash-program", L"1.0.3", L"The \"Crash\" Program");
+  return current != nullptr;
+}
+// HOST:PORT
+bool SetServer(Text text) {
+  const std::size_t colon = text.find(L':');
+  const auto port = static_cast<std::uint16_t>(std::stoul(text.substr(colon + 1)));
+  return TAVU_SetReportServerW(current, text.substr(0, colon).c_str(), port);
+}
+
 const struct Command {
   const wchar_t* name;
   bool (*run)(Text text);
 } kCommands[] = {
-    {L"create",
-     [](Text) {
-       current = TAVU_CreateW(L"crash-program", L"1.0.3", L"The \"Crash\" Program");
-       return current != nullptr;
-     }},
-    {L"start", [](Text) { return TAVU_StartCrashHandler(current); }},
-    {L"stop", [](Text) { return TAVU_StopCrashHandler(current); }},
-    {L"destroy", [](Text) { return TAVU_Destroy(current); }},
-    {L"user", [](Text text) { return TAVU_SetUserIDW(current, text.c_str()); }},
-    {L"server",  // HOST:PORT
-     [](Text text) {
-       const std::size_t colon = text.find(L':');
-       const auto port = static_cast<std::uint16_t>(std::stoul(text.substr(colon + 1)));
-       return TAVU_SetReportServerW(current, text.substr(0, colon).c_str(), port);
-     }},
+    {L"create", Create},
+    {L"start", Do<TAVU_StartCrashHandler>},
+    {L"stop", Do<TAVU_StopCrashHandler>},
+    {L"destroy", Do<TAVU_Destroy>},
+    {L"guarded", IsGuarded},
+    {L"user", Set<TAVU_SetUserIDW>},
+    {L"server", SetServer},
     {L"keep", [](Text) { return TAVU_DeleteLocalDumpFile(current, false); }},
     {L"auto", [](Text) { return TAVU_SetAutoReport(current, true); }},
     {L"lang", [](Text text) { return TAVU_SetReporterLanguage(current, std::stoul(text)); }},
-    {L"restart", [](Text text) { return TAVU_SetAppRestartW(current, true, text.c_str()); }},
-    {L"reporter",
-     [](Text text) { return TAVU_SetCustumCrashReporterPathW(current, text.c_str()); }},
-    {L"info", [](Text text) { return TAVU_UpdateAdditionalCrashInfoW(current, text.c_str()); }},
+    {L"restart", Set<TAVU_SetAppRestartW, true>},
+    {L"reporter", Set<TAVU_SetCustumCrashReporterPathW>},
+    {L"info", Set<TAVU_UpdateAdditionalCrashInfoW>},
     {L"ask", SetCallback<GiveText>},
     {L"throw-when-asked", SetCallback<ThrowWhenAsked>},
     {L"temp", [](Text text) { return ::SetEnvironmentVariableW(L"TMP", text.c_str()) != 0; }},
     {L"send", Send},
     {L"wait", [](Text) { return std::getchar() == '\n'; }},  // for a sign of the driver
-    {L"crash", Crash},
+    {L"read", Crash<Ways::Read>},
+    {L"write", Crash<Ways::Write>},
+    {L"execute", Crash<Ways::Execute>},
+    {L"divide", Crash<Ways::Divide>},
+    {L"illegal", Crash<Ways::Illegal>},
+    {L"breakpoint", Crash<Ways::Breakpoint>},
+    {L"raise", Crash<Ways::Raise>},
+    {L"throw", Crash<Ways::Throw>},
+    {L"little-stack", Crash<Ways::LittleStack>},
+    {L"inside-export", Crash<Ways::InsideExport>},
 };
 
 }  // namespace
@@ -162,12 +177,11 @@ const struct Command {
 int wmain(int count, wchar_t** arguments) {
   for (int i = 1; i < count; ++i) {
     const std::wstring whole = arguments[i];
-    const std::size_t equals = whole.find(L'=');
-    const std::wstring name = whole.substr(0, equals);
+    const std::wstring name = whole.substr(0, whole.find(L'='));
     const Command* command = kCommands;
     while (command != std::end(kCommands) && name != command->name) ++command;
     if (command == std::end(kCommands)) return 100;
-    const bool result = command->run(equals == whole.npos ? L"" : whole.substr(equals + 1));
+    const bool result = command->run(whole.substr(std::min(name.size() + 1, whole.size())));
     std::printf("%ls = %d %u\n", name.c_str(), result, TAVU_GetLastError());
     std::fflush(stdout);
   }

@@ -22,14 +22,14 @@ SECONDS = 240  # for one crash on a busy machine
 # way | code, whose low byte is the exit status | name | attribute with the address, its value | where:
 # in the crashing function unless said otherwise. The test of the settings crashes by reading.
 WAYS = '''
-write@thread      | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000020 |
+write=@thread     | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000020 |
 execute           | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000030 | 0x30
 divide            | 0xC0000094 | EXCEPTION_INT_DIVIDE_BY_ZERO  |            |            |
 illegal           | 0xC000001D | EXCEPTION_ILLEGAL_INSTRUCTION |            |            |
 breakpoint        | 0x80000003 | EXCEPTION_BREAKPOINT          |            |            |
-little-stack:40   | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000010 |
-raise:0xE06D7363  | 0xE06D7363 | Microsoft C++ Exception       |            |            | raise
-throw@thread      | 0x20474343 | UNKNOWN_EXCEPTION             |            |            | raise
+little-stack=40   | 0xC0000005 | EXCEPTION_ACCESS_VIOLATION    | write_addr | 0x00000010 |
+raise=0xE06D7363  | 0xE06D7363 | Microsoft C++ Exception       |            |            | raise
+throw=@thread     | 0x20474343 | UNKNOWN_EXCEPTION             |            |            | raise
 '''
 
 
@@ -128,7 +128,7 @@ class SequenceTest(unittest.TestCase):
         ways = [[cell.strip() for cell in line.split('|')] for line in WAYS.strip().splitlines()]
         with ThreadPoolExecutor(2) as pool:
             crashes = list(pool.map(
-                lambda way: self.crash(f'create|start|throw-when-asked|crash={way[0]}', without=''),
+                lambda way: self.crash(f'create|start|throw-when-asked|{way[0]}', without=''),
                 ways))
         for (way, code, *rest), crash in zip(ways, crashes):
             with self.subTest(way):
@@ -138,7 +138,7 @@ class SequenceTest(unittest.TestCase):
         """All settings are made after the start, and all count."""
         crash = self.crash(
             'create|start|user=a b%c|server=report.example:65535|keep|auto|lang=7|'
-            'restart=game.exe -x "y z"|reporter={reporter}|ask|info=not used|crash=read',
+            'restart=game.exe -x "y z"|reporter={reporter}|ask|info=not used|read',
             reporter='own & other', without='')
         base = re.fullmatch(r'(crash_program_\d{14})_Crash.dmp', crash.left[0]).group(1)
         self.assertEqual(crash.left[1:], [base + '_CrashInfo.xml'])
@@ -192,7 +192,7 @@ class SequenceTest(unittest.TestCase):
         self.assertEqual(modules['TAVU.dll']['file_ver'], '1.0.0.0')
 
     def test_without_the_libraries_for_versions_and_dumps(self):
-        crash = self.crash('create|start|crash=read', without='version,dbghelp')
+        crash = self.crash('create|start|read', without='version,dbghelp')
         self.assertIn(' exceptionAddr=', crash.report, 'the reporter starts all the same')
         self.assertEqual(crash.seen, {})
 
@@ -200,12 +200,13 @@ class SequenceTest(unittest.TestCase):
         cases = (  # commands | results | whether the crash is reported
             ('create|start|start|create|start|stop|info=stored & <raw>|destroy',
              ['1 0', '0 102', '1 102', '0 102', '0 102', '1 102', '1 102'], True),
-            ('create|start|stop|start|destroy', ['1 0'] * 4, False),
+            ('create|guarded|start|guarded|stop|guarded|start|destroy',
+             ['0 0', '1 0', '1 0', '1 0', '0 0', '1 0', '1 0'], False),
             ('create|start|reporter=C:\\nowhere|restart=x', ['1 0'] * 3, False),
         )
         for commands, results, reported in cases:
             with self.subTest(commands):
-                crash = self.crash(commands + '|crash=read')
+                crash = self.crash(commands + '|read')
                 self.assertEqual([line.split(' = ')[1] for line in crash.lines[2:]][
                     :len(results)], results)
                 self.assertEqual((crash.report is not None, crash.status, crash.left),
@@ -231,7 +232,7 @@ class SequenceTest(unittest.TestCase):
 
         with socket.create_server(('127.0.0.1', 0)) as server:
             port = server.getsockname()[1]
-            crash = self.crash(f'create|start|keep|server=127.0.0.1:{port}|send|wait|crash=read',
+            crash = self.crash(f'create|start|keep|server=127.0.0.1:{port}|send|wait|read',
                                meanwhile=hold_the_export)
         self.assertEqual(crash.status, 5)
         self.assertIsNotNone(crash.report)
@@ -241,7 +242,7 @@ class SequenceTest(unittest.TestCase):
             self.expect_no_evidence(host, temp)
             host.kill()
 
-        crash = self.crash('create|start|crash=inside-export', meanwhile=expect_silence)
+        crash = self.crash('create|start|inside-export', meanwhile=expect_silence)
         self.assertEqual((crash.left, crash.report), ([], None))
 
 
