@@ -102,6 +102,17 @@ TEST(Value, AssignmentSurvivesItsOwnContent) {
   }
 }
 
+TEST(List, TakesTheElementsOfAListInsideIt) {
+  auto inner = std::make_unique<List>();
+  inner->Append(Value::Int(7));
+  List list;
+  list.Append(Value::Int(1));
+  list.Append(Value::AdoptList(std::move(inner)));
+  list = std::move(const_cast<List&>(list[1].list()));
+  ASSERT_EQ(list.size(), 1u);
+  EXPECT_EQ(list[0].int_value(), 7);
+}
+
 TEST(Value, DestroysDeepNestingOnAFlatStack) {
   Value value;
   for (int i = 0; i < 40'000; ++i) {
