@@ -2,6 +2,7 @@
 // comes back with the right code, nothing of it stays behind, and the next call works.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <random>
@@ -46,7 +47,6 @@ Bytes Bare(std::string_view body) {
 std::vector<Case> CasesOfConnections() {
   return {
       {"answers before it reads", {Act::kAnswerEarly}, Outcome::kSent},
-      {"answers and resets before it reads", {Act::kAnswerAndReset}, Outcome::kEither},
       {"refuses", {.reply = FaultReply()}},
       {"says nothing", {Act::kSilence}},
       {"answers half", {Act::kAnswerHalf}},
@@ -58,42 +58,32 @@ std::vector<Case> CasesOfConnections() {
 }
 
 std::vector<Case> CasesOfEndlessReplies() {
-  const std::string string = "s" + std::string({"\x80\0", 2}) + Repeated("x", 0x8000);
-  const struct {
-    const char* name;
-    std::string begin, endless;
-  } kBodies[] = {
-      {"list", "V", "N"},
-      {"list of maps", "V", "MNNz"},
-      {"text", "", string},
-      {"columns", "ZVl\xFF\xFF\xFF\xFF", {"S\0\1xt\0\3int", 10}},
-      {"fault detail", {"fS\0\6detailV", 11}, "N"},
-  };
-  std::vector<Case> cases;
-  for (const auto& body : kBodies) {
-    const std::string piece = Repeated(body.endless, 0x10000 / body.endless.size() + 1);
-    cases.push_back({std::string("endless ") + body.name,
-                     {.reply = Bare(body.begin), .endless = BytesOfText(piece)}});
-  }
   std::string keys = "M";
   for (std::uint32_t key = 0; keys.size() < std::size_t{2} << 20; ++key) {
     keys += 'I' + std::string(reinterpret_cast<const char*>(&key), sizeof key) + 'N';
   }
-  cases.push_back({"endless map of new keys", {.reply = Bare(keys)}});
-  return cases;
+  const auto endless = [](std::string_view piece) {
+    return BytesOfText(Repeated(piece, 0x10000 / piece.size() + 1));
+  };
+  return {
+      {"list", {.reply = Bare("V"), .endless = endless("N")}},
+      {"text",
+       {.reply = Bare(""),
+        .endless = endless("s" + std::string({"\x80\0", 2}) + Repeated("x", 0x8000))}},
+      {"columns",
+       {.reply = Bare("ZVl\xFF\xFF\xFF\xFF"), .endless = endless({"S\0\1xt\0\3int", 10})}},
+      {"map of new keys", {.reply = Bare(keys)}},
+  };
 }
 
 std::vector<Case> CasesOfBrokenReplies() {
   std::vector<Case> cases = {
       {"deep lists", {.reply = Bare(Repeated("V", 1'000'000))}},
-      {"deep maps", {.reply = Bare(Repeated("MN", 500'000))}},
       {"deep tables", {.reply = Bare(Repeated({"ZVl\0\0\0\0zVV", 11}, 100'000))}},
       {"huge list", {Act::kAnswerThenClose, Bare("Vl\xFF\xFF\xFF\xFFN")}},
       {"huge list that is small", {.reply = Bare("Vl\xFF\xFF\xFF\xFFNzz")}, Outcome::kSent},
       {"huge table", {Act::kAnswerThenClose, Bare({"ZVl\0\0\0\0zVl\xFF\xFF\xFF\xFFVz", 16})}},
       {"huge chunk", {Act::kAnswerThenClose, Bare("s\xFF\xFF")}},
-      {"huge header",
-       {Act::kAnswerThenClose, BytesOfText({"\xCF\x10\xFF\xFF\xFF\xFF\xFF\xFF", 8})}},
       {"huge packet", {Act::kAnswerThenClose, BytesOfText({"\xCF\x10\0\4\xFF\xFFr\1\0S\0\1", 12})}},
   };
   const Json vectors = LoadVectors("replies.json")["replies"];
@@ -106,7 +96,6 @@ std::vector<Case> CasesOfBrokenReplies() {
     std::string_view reply;
     std::size_t tail;  // bytes behind the result
   } kReplies[] = {
-      {{"\xCF\x10\0\4\0\5r\1\0Nz\0\0", 13}, 3},
       {{"\xCF\x10\0\4\0\x07r\1\0S\0\3a\0\2bcz\0\0", 20}, 3},
       {{"\xCF\x10\0\4\0\x12r\1\0MI\0\0\0\1Vl\0\0\0\1Nzz\0\1z\0\0", 29}, 5},
       {{"\xCF\x10\0\x0C\xC0\0\0\0\0\2\1\2r\1\0D\x40\x09\x21\xFB\0\0\0\0z", 25}, 1},
@@ -182,20 +171,13 @@ void ExpectTheSame(const Resources& before, const Resources& now) {
   EXPECT_LT(now.bytes, before.bytes + 10'000);
 }
 
-TEST(Hostile, RepliesLeaveNothingBehindInAThousandCalls) {
-  const std::vector<Case> cases = CasesOfBrokenReplies();
-  CallEach({cases.begin(), cases.begin() + 20});  // what first calls bring up for good
+TEST(Hostile, ServersLeaveNothingBehindInAThousandCalls) {
+  std::vector<Case> cases = CasesOfConnections();
+  CallEach(cases);  // what first calls bring up for good
+  std::ranges::move(CasesOfBrokenReplies(), std::back_inserter(cases));
   const Resources before = MeasureResources();
   const int calls = CallEach(cases);
   EXPECT_GT(calls, 1000);
-  ExpectTheSame(before, MeasureResources());
-}
-
-TEST(Hostile, ConnectionsLeaveNothingBehind) {
-  const std::vector<Case> cases = CasesOfConnections();
-  CallEach(cases);
-  const Resources before = MeasureResources();
-  CallEach(cases);
   ExpectTheSame(before, MeasureResources());
 }
 
@@ -212,20 +194,16 @@ TEST(Hostile, EndlessRepliesEnd) {
 }
 
 TEST(Hostile, ServersKeepNoQueueFromEnding) {
-  const std::vector<Case> cases = CasesOfConnections();
   ScriptedServer server;
   const TAVU_LUADUMP_SENDER sender = TAVU_LUADUMP_Create("127.0.0.1", server.port(), false);
-  for (const Case& each : cases) {
-    // Its time-out is two seconds.
-    if (each.script.act == Act::kSilence || each.script.act == Act::kAnswerHalf) continue;
-    server.Next(each.script);
+  const Act acts[] = {Act::kAnswerEarly, Act::kClose,       Act::kReset,
+                      Act::kResetInside, Act::kResetAtOnce, Act::kAnswer};
+  for (const Act act : acts) {
+    server.Next({act});
     EXPECT_TRUE(TAVU_LUADUMP_SendLuaDumpA(sender, 1, 1, 2, "m", "d", "u", "e"));
   }
-  EXPECT_TRUE(TAVU_LUADUMP_SendLuaDumpA(sender, 1, 1, 2, "m", "the last", "u", "e"));
   EXPECT_TRUE(TAVU_LUADUMP_Destroy(sender));
-  const Bytes last = server.WaitForEnd(cases.size() - 2).received;
-  EXPECT_NE(std::string(reinterpret_cast<const char*>(last.data()), last.size()).find("the last"),
-            std::string::npos);
+  EXPECT_TRUE(server.WaitForEnd(std::size(acts) - 1).complete);
 }
 
 // Kept: no time limit for what the server does not take. It ends with the connection.
@@ -235,49 +213,36 @@ TEST(Hostile, AServerThatStopsReadingHoldsAnUpload) {
   const Instance instance(server.port());
   TAVU_SetTimeout(instance, 50);
   const std::vector<char> block(64 << 20);
-  Event ended;
-  std::uint32_t code = 0;
   {
     const Thread uploading([&] {
-      if (!TAVU_SendFileA(instance, block.size(), block.data(), "d", "m")) {
-        code = TAVU_GetLastError();
-      }
-      ended.Set();
+      ExpectFailure(TAVU_SendFileA(instance, block.size(), block.data(), "d", "m"),
+                    TAVU_ERROR_CALL_FAILED);
     });
     EXPECT_EQ(server.WaitForConnections(1), 1u);
-    EXPECT_EQ(::WaitForSingleObject(ended.get(), 500), WAIT_TIMEOUT);
+    EXPECT_EQ(::WaitForSingleObject(uploading.get(), 500), WAIT_TIMEOUT);
     server.ResetAll();
   }
-  EXPECT_EQ(code, TAVU_ERROR_CALL_FAILED);
   EXPECT_TRUE(TAVU_SendFileA(instance, 1, block.data(), "d", "m"));
 }
 
 // One server for all, each with an instance of its own; no time-out ends one that waits its turn.
 TEST(Hosts, CallFromHundredsOfThreads) {
-  const auto call_from = [](int count) {
+  std::atomic<int> sent = 0;
+  const auto call_from = [&](int count) {
     ScriptedServer server;
-    std::atomic<int> sent = 0;
-    {
-      std::list<Thread> threads;
-      for (int i = 0; i < count; ++i) {
-        threads.emplace_back([&] {
-          const Instance instance(server.port());
-          const std::string user = std::to_string(::GetCurrentThreadId());
-          char read[16] = {};
-          const bool right = TAVU_SetUserIDA(instance, user.c_str()) &&
-                             TAVU_GetUserIDA(instance, read, 16) && read == user;
-          if (TAVU_SendLog_TCPA(instance, 1, "t", nullptr, "m") && right &&
-              TAVU_GetLastError() == 0) {
-            ++sent;
-          }
-        });
-      }
+    std::list<Thread> threads;
+    for (int i = 0; i < count; ++i) {
+      threads.emplace_back([&] {
+        const Instance instance(server.port());
+        if (TAVU_SendLog_TCPA(instance, 1, "t", nullptr, "m") && TAVU_GetLastError() == 0) ++sent;
+      });
     }
-    EXPECT_EQ(sent, count);
+    threads.clear();
   };
   call_from(10);  // what first threads bring up for good
   const Resources before = MeasureResources();
-  call_from(300);
+  call_from(200);
+  EXPECT_EQ(sent, 210);
   ExpectTheSame(before, MeasureResources());
 }
 

@@ -35,42 +35,26 @@ TAVU_LUADUMP_SENDER NewQueue(HMODULE library, std::uint16_t port, std::uint32_t 
   return sender;
 }
 
-// By how many KiB the peak of the process's memory grows while `send` runs.
-template <typename Send>
-int Growth(Send send) {
-  const auto peak = [] {
-    PROCESS_MEMORY_COUNTERS counters = {};
-    ::GetProcessMemoryInfo(::GetCurrentProcess(), &counters, sizeof counters);
-    return static_cast<int>(counters.PeakWorkingSetSize / 1024);
-  };
-  const int before = peak();
-  return send() ? peak() - before : kFailed;
-}
-
-// Tells the test that the scene is set, and waits for its sign to go on.
-void Meet() {
-  ::SetEvent(::OpenEventW(EVENT_MODIFY_STATE, FALSE, L"tavu-ready"));
-  ::WaitForSingleObject(::OpenEventW(SYNCHRONIZE, FALSE, L"tavu-go-on"), INFINITE);
+std::size_t PeakInKiB() {
+  PROCESS_MEMORY_COUNTERS counters = {};
+  ::GetProcessMemoryInfo(::GetCurrentProcess(), &counters, sizeof counters);
+  return counters.PeakWorkingSetSize / 1024;
 }
 
 int RunScene(const std::string& scene, std::uint16_t port, char** files) {
   const HMODULE library = ::LoadLibraryW(L"TAVU.dll");
-  if (scene == "uploads a block") {
-    const std::vector<char> block(64 << 20, 'x');
-    return Growth([&] {
-      const TAVU_HANDLE to = NewInstance(library, port);
-      return TAVU_FIND(library, TAVU_SendFileA)(to, block.size(), block.data(), "d", "m");
-    });
-  }
-  if (scene == "uploads two files") {
-    return Growth([&] {
-      const TAVU_HANDLE to = NewInstance(library, port);
-      return TAVU_FIND(library, TAVU_SendCrashInfo)(to, "m", "d", files[0], files[1]);
-    });
+  if (scene == "uploads") {
+    const std::vector<char> block(files[0] == nullptr ? 64 << 20 : 0, 'x');
+    const std::size_t before = PeakInKiB();
+    const TAVU_HANDLE to = NewInstance(library, port);
+    const bool sent =
+        files[0] == nullptr
+            ? TAVU_FIND(library, TAVU_SendFileA)(to, block.size(), block.data(), "d", "m")
+            : TAVU_FIND(library, TAVU_SendCrashInfo)(to, "m", "d", files[0], files[1]);
+    return sent ? static_cast<int>(PeakInKiB() - before) : kFailed;
   }
   if (scene == "destroys and frees") {
-    const TAVU_LUADUMP_SENDER queue = NewQueue(library, port, 3);
-    TAVU_FIND(library, TAVU_LUADUMP_Destroy)(queue);
+    TAVU_FIND(library, TAVU_LUADUMP_Destroy)(NewQueue(library, port, 3));
     ::FreeLibrary(library);
     while (::GetModuleHandleW(L"TAVU.dll") != nullptr) ::Sleep(1);  // its threads leave it last
     return 0;
@@ -84,7 +68,9 @@ int RunScene(const std::string& scene, std::uint16_t port, char** files) {
     NewQueue(library, port, 100);
   }
   if (scene == "frees and ends" && !::FreeLibrary(library)) return kFailed;
-  Meet();
+  // Tells the test that the scene is set, and waits for its sign to go on.
+  ::SetEvent(::OpenEventW(EVENT_MODIFY_STATE, FALSE, L"tavu-ready"));
+  ::WaitForSingleObject(::OpenEventW(SYNCHRONIZE, FALSE, L"tavu-go-on"), INFINITE);
   return 0;
 }
 
@@ -119,12 +105,12 @@ DWORD RunHost(const std::string& scene, std::uint16_t port, const std::string& f
 
 TEST(Memory, HoldsABlockOfTheHostsInNoCopyAndAFileOnce) {
   ScriptedServer server;
-  EXPECT_LT(RunHost("uploads a block", server.port()), 3u * 1024);
+  EXPECT_LT(RunHost("uploads", server.port()), 3u * 1024);
 
   const TempFile document(std::vector<std::byte>(8 << 20));
   const TempFile dump(std::vector<std::byte>(32 << 20));
   const std::string files = " \"" + document.path<char>() + "\" \"" + dump.path<char>() + '"';
-  const DWORD growth = RunHost("uploads two files", server.port(), files);
+  const DWORD growth = RunHost("uploads", server.port(), files);
   EXPECT_GE(growth, 36u * 1024) << "measured nothing";
   EXPECT_LT(growth, 43u * 1024);
 }
