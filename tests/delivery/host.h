@@ -6,9 +6,7 @@
 #include <windows.h>
 
 #include <cstddef>
-#include <optional>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 // An export of a library that was loaded late.
@@ -21,35 +19,6 @@ inline void ExpectFailure(bool result, std::uint32_t code) {
   EXPECT_FALSE(result);
   EXPECT_EQ(TAVU_GetLastError(), code);
   static_cast<void>(TAVU_SetTimeout(nullptr, 1));  // leaves another code
-}
-
-// The form of an export for texts of `Unit`.
-template <typename Unit, typename FormA, typename FormW>
-auto Form(FormA a, FormW w) {
-  if constexpr (std::is_same_v<Unit, char>) {
-    return a;
-  } else {
-    return w;
-  }
-}
-
-// Nothing when the code page does not have all of the text.
-template <typename Unit>
-std::optional<std::basic_string<Unit>> FromUtf8(const std::string& utf8) {
-  const auto size = static_cast<int>(utf8.size());
-  std::wstring wide(utf8.size(), L'\0');
-  wide.resize(static_cast<std::size_t>(
-      ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), size, wide.data(), size)));
-  if constexpr (std::is_same_v<Unit, char>) {
-    BOOL lossy = FALSE;
-    std::string text(utf8.size(), '\0');
-    text.resize(static_cast<std::size_t>(
-        ::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(),
-                              static_cast<int>(wide.size()), text.data(), size, nullptr, &lossy)));
-    return lossy ? std::nullopt : std::optional(text);
-  } else {
-    return wide;
-  }
 }
 
 // An instance of the identity that most vectors have.

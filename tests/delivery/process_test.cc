@@ -16,8 +16,6 @@
 namespace TAVU::test {
 namespace {
 
-// --- The host ---------------------------------------------------------------------------------
-
 constexpr int kFailed = 1'000'000;  // exit status
 
 TAVU_HANDLE NewInstance(HMODULE library, std::uint16_t port) {
@@ -74,8 +72,6 @@ int RunScene(const std::string& scene, std::uint16_t port, char** files) {
   return 0;
 }
 
-// --- The test ---------------------------------------------------------------------------------
-
 constexpr DWORD kPatience = 120'000;  // milliseconds; a host that waits for its records needs more
 
 // Runs a host; `meanwhile`, given, once its scene is set. Its exit status; STILL_ACTIVE: it hangs.
@@ -107,8 +103,7 @@ TEST(Memory, HoldsABlockOfTheHostsInNoCopyAndAFileOnce) {
   ScriptedServer server;
   EXPECT_LT(RunHost("uploads", server.port()), 3u * 1024);
 
-  const TempFile document(std::vector<std::byte>(8 << 20));
-  const TempFile dump(std::vector<std::byte>(32 << 20));
+  const TempFile document(std::vector<std::byte>(8 << 20)), dump(std::vector<std::byte>(32 << 20));
   const std::string files = " \"" + document.path<char>() + "\" \"" + dump.path<char>() + '"';
   const DWORD growth = RunHost("uploads", server.port(), files);
   EXPECT_GE(growth, 36u * 1024) << "measured nothing";

@@ -23,17 +23,11 @@ enum class Step { kReadOn, kReadPiece, kReadRequest, kSend, kSendHalf, kSendByBy
 
 // In the order of Act.
 constexpr Step kPlays[][4] = {
-    {Step::kReadRequest, Step::kSend},
-    {Step::kReadRequest, Step::kSend, Step::kShut},
-    {Step::kReadRequest, Step::kSendByByte},
-    {Step::kSend},
-    {Step::kReadRequest, Step::kSendHalf},
-    {Step::kReadRequest},
-    {Step::kReadRequest, Step::kShut},
-    {Step::kReadRequest, Step::kReset},
-    {Step::kReadPiece, Step::kReset},
-    {Step::kReset},
-    {Step::kSend, Step::kReset},
+    {Step::kReadRequest, Step::kSend},       {Step::kReadRequest, Step::kSend, Step::kShut},
+    {Step::kReadRequest, Step::kSendByByte}, {Step::kSend},
+    {Step::kReadRequest, Step::kSendHalf},   {Step::kReadRequest},
+    {Step::kReadRequest, Step::kShut},       {Step::kReadRequest, Step::kReset},
+    {Step::kReadPiece, Step::kReset},        {Step::kReset},
 };
 
 struct Session {
@@ -82,10 +76,10 @@ Bytes FaultReply() {
 // All of it runs on its one thread.
 class ScriptedServer::Impl {
  public:
-  Impl(ScriptedServer& shared, std::uint16_t port) : shared_(shared) {
+  explicit Impl(ScriptedServer& shared) : shared_(shared) {
     asio::error_code taken;
     do {  // until the system's choice is free for datagrams too
-      acceptor_ = tcp::acceptor(io_, Loopback<tcp>(port));
+      acceptor_ = tcp::acceptor(io_, Loopback<tcp>(0));
       shared_.port_ = acceptor_.local_endpoint().port();
       datagrams_ = udp::socket(io_, udp::v4());
       datagrams_.set_option(asio::socket_base::receive_buffer_size(8 << 20));  // nothing is lost
@@ -108,7 +102,7 @@ class ScriptedServer::Impl {
   }
   void ResetAll() {
     asio::post(io_, [this] {
-      for (Session& session : sessions_) Finish(session, ConnectionEnd::kByServer);
+      for (Session& session : sessions_) Finish(session, ConnectionEnd::kReset);
     });
   }
 
@@ -141,7 +135,7 @@ class ScriptedServer::Impl {
       if (held_) return parked_.push_back(&session);
       ++session.step;
       if (step == Step::kReadOn) return Read(session, step);
-      if (step == Step::kReset) return Finish(session, ConnectionEnd::kByServer);
+      if (step == Step::kReset) return Finish(session, ConnectionEnd::kReset);
       if (step == Step::kShut) session.socket.shutdown(tcp::socket::shutdown_send, ignored);
       if (step == Step::kSend) send(script.reply.data(), script.reply.size());
       if (step == Step::kSend && !script.endless.empty()) return SendForEver(session);
@@ -215,8 +209,8 @@ class ScriptedServer::Impl {
   std::optional<Thread> thread_;
 };
 
-ScriptedServer::ScriptedServer(Script script, std::uint16_t port)
-    : script_(std::move(script)), impl_(std::make_unique<Impl>(*this, port)) {}
+ScriptedServer::ScriptedServer(Script script)
+    : script_(std::move(script)), impl_(std::make_unique<Impl>(*this)) {}
 ScriptedServer::~ScriptedServer() = default;
 void ScriptedServer::SetHeld(bool held) {
   impl_->SetHeld(held);
@@ -245,13 +239,11 @@ HangingPort::HangingPort() {
   sockets->acceptor.listen(1);
   port_ = sockets->acceptor.local_endpoint().port();
   // More than the queue takes: the last ones stay without an end.
-  std::size_t ended = 0;
-  while (sockets->waiting.size() < 16) {
+  for (hanging_ = 16; sockets->waiting.size() < 16;) {
     sockets->waiting.emplace_back(sockets->io)
-        .async_connect(Loopback<tcp>(port_), [&](asio::error_code) { ++ended; });
+        .async_connect(Loopback<tcp>(port_), [this](asio::error_code) { --hanging_; });
   }
   sockets->io.run_for(std::chrono::milliseconds(200));
-  hangs_ = ended < sockets->waiting.size();
 }
 
 }  // namespace TAVU::test

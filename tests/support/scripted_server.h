@@ -37,7 +37,6 @@ enum class Act {
   kReset,            // reads a request and resets the connection
   kResetInside,      // reads the first bytes of a request and resets the connection
   kResetAtOnce,      // resets right behind the accepting
-  kAnswerAndReset,   // sends and resets before it reads anything
   kStopReading,      // reads nothing at all and keeps the connection open, until ResetAll()
 };
 
@@ -50,8 +49,7 @@ struct Script {
 enum class ConnectionEnd {
   kOpen,     // not ended yet
   kOrderly,  // the client closed in an orderly way
-  kReset,    // the client reset it, or ended it in whatever way when the server had closed its half
-  kByServer,  // the server reset it
+  kReset,    // either reset it, or the client ended it when the server had closed its half
 };
 
 struct Connection {
@@ -62,9 +60,8 @@ struct Connection {
 
 class ScriptedServer {
  public:
-  // Listens from here on. `port` 0: the system chooses; another: the port of a server that is gone.
-  explicit ScriptedServer(Script script = {}, std::uint16_t port = 0);
-  ~ScriptedServer();  // resets what is open
+  explicit ScriptedServer(Script script = {});  // listens from here on
+  ~ScriptedServer();                            // resets what is open
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
 
@@ -121,7 +118,6 @@ class ScriptedServer {
   std::vector<Bytes> datagrams_;
   std::unique_ptr<Impl> impl_;
 };
-using DatagramServer = ScriptedServer;
 
 // A port that nothing listens on, kept from everybody else: a TCP connect is refused.
 class RefusingPort {
@@ -139,10 +135,10 @@ class RefusingPort {
 class HangingPort : public RefusingPort {
  public:
   HangingPort();
-  [[nodiscard]] bool Hangs() const { return hangs_; }
+  [[nodiscard]] bool Hangs() const { return hanging_ > 0; }
 
  private:
-  bool hangs_ = false;
+  int hanging_ = 0;
 };
 
 }  // namespace TAVU::test

@@ -14,17 +14,12 @@ namespace TAVU::test {
 // Manual-reset.
 class Event {
  public:
-  explicit Event(bool set = false) : handle_(::CreateEventW(nullptr, TRUE, set, nullptr)) {}
   ~Event() { ::CloseHandle(handle_); }
-  Event(const Event&) = delete;
-  Event& operator=(const Event&) = delete;
   void Set() { ::SetEvent(handle_); }
-  void Reset() { ::ResetEvent(handle_); }
-  [[nodiscard]] bool IsSet() const { return ::WaitForSingleObject(handle_, 0) == WAIT_OBJECT_0; }
   [[nodiscard]] HANDLE get() const { return handle_; }
 
  private:
-  HANDLE handle_;
+  HANDLE const handle_ = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
 };
 
 // Runs `body` from the construction on; the destructor waits for its end.
@@ -58,13 +53,19 @@ class Monitor {
  public:
   template <typename Body>
   decltype(auto) Do(Body body) {
-    const Guard held(*this);
-    return body();
+    return When([] { return true; }, body);
   }
   // Behind a wait until `condition` holds, for a minute at the most.
   template <typename Condition, typename Body>
   decltype(auto) When(Condition condition, Body body) {
-    const Guard held(*this);
+    struct Guard {
+      explicit Guard(Monitor& owner) : monitor(owner) { ::AcquireSRWLockExclusive(&monitor.lock_); }
+      ~Guard() {
+        ::ReleaseSRWLockExclusive(&monitor.lock_);
+        ::WakeAllConditionVariable(&monitor.changed_);
+      }
+      Monitor& monitor;
+    } const held(*this);
     const ULONGLONG end = ::GetTickCount64() + 60'000;
     for (ULONGLONG now = 0; !condition() && (now = ::GetTickCount64()) < end;) {
       ::SleepConditionVariableSRW(&changed_, &lock_, static_cast<DWORD>(end - now), 0);
@@ -73,15 +74,6 @@ class Monitor {
   }
 
  private:
-  struct Guard {
-    explicit Guard(Monitor& owner) : monitor(owner) { ::AcquireSRWLockExclusive(&monitor.lock_); }
-    ~Guard() {
-      ::ReleaseSRWLockExclusive(&monitor.lock_);
-      ::WakeAllConditionVariable(&monitor.changed_);
-    }
-    Monitor& monitor;
-  };
-
   SRWLOCK lock_ = SRWLOCK_INIT;
   CONDITION_VARIABLE changed_ = CONDITION_VARIABLE_INIT;
 };

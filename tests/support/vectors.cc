@@ -1,10 +1,9 @@
 #include "support/vectors.h"
 
-#include <cstdlib>
-#include <cstring>
+#include <bit>
 #include <fstream>
-#include <iostream>
 #include <memory>
+#include <span>
 
 #include "lumo/big_int.h"
 #include "lumo/list.h"
@@ -18,43 +17,39 @@ using lumo::ValueType;
 
 namespace {
 
-std::string Repeated(const std::string& piece, std::size_t count) {
+std::string Repeated(const std::string& piece, const Json& count) {
   std::string all;
-  all.reserve(piece.size() * count);
-  for (std::size_t i = 0; i < count; ++i) all += piece;
+  for (auto left = count.get<std::size_t>(); left != 0; --left) all += piece;
   return all;
 }
 
 std::string RawBytesOf(const Json& notation) {
+  std::string bytes;
   if (notation.is_string()) {
     const auto& digits = notation.get_ref<const std::string&>();
-    std::string bytes;
     for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
       bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
     }
     return bytes;
   }
   if (notation.size() == 3 && notation[0] == "repeat") {
-    return Repeated(RawBytesOf(notation[1]), notation[2].get<std::size_t>());
+    return Repeated(RawBytesOf(notation[1]), notation[2]);
   }
-  std::string bytes;
   for (const Json& piece : notation) bytes += RawBytesOf(piece);
   return bytes;
 }
 
 std::span<const std::byte> AsBytes(const std::string& raw) {
-  return std::as_bytes(std::span(raw.data(), raw.size()));
+  return std::as_bytes(std::span(raw));
 }
 
 std::string Latin1Of(const std::string& utf8) {
   std::string bytes;
-  for (std::size_t i = 0; i < utf8.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(utf8[i]);
-    if (byte < 0x80) {
-      bytes += utf8[i];
+  for (const char byte : utf8) {
+    if ((byte & 0xC0) == 0x80) {
+      bytes.back() = static_cast<char>((bytes.back() & 3) << 6 | (byte & 0x3F));
     } else {
-      const auto low = static_cast<unsigned char>(utf8[++i]);
-      bytes += static_cast<char>(((byte & 3) << 6) | (low & 0x3F));
+      bytes += byte;
     }
   }
   return bytes;
@@ -65,7 +60,7 @@ Value TableOf(const Json& notation) {
   for (const Json& column : notation["columns"]) {
     const ValueType type = column[1].is_string() ? lumo::TypeFromName(column[1].get<std::string>())
                                                  : static_cast<ValueType>(column[1].get<int>());
-    table->AddColumn(Latin1Of(column[0].get<std::string>()), type);
+    table->AddColumn(Latin1Of(column[0]), type);
   }
   for (const Json& cells : notation["rows"]) {
     lumo::List& row = table->AddRow();
@@ -77,50 +72,39 @@ Value TableOf(const Json& notation) {
 }  // namespace
 
 Json LoadVectors(const std::string& file) {
-  const std::string path = std::string(TAVU_TEST_DATA) + "/" + file;
-  std::ifstream stream(path);
-  if (!stream) {
-    std::cerr << "cannot open " << path << '\n';
-    std::exit(2);
-  }
-  return Json::parse(stream);
+  std::ifstream stream(std::string(TAVU_TEST_DATA) + "/" + file);
+  return Json::parse(stream);  // throws, and ends the program, when there is no such file
 }
 
 std::vector<std::byte> BytesOf(const Json& notation) {
   const std::string raw = RawBytesOf(notation);
-  const auto bytes = AsBytes(raw);
-  return {bytes.begin(), bytes.end()};
+  return {AsBytes(raw).begin(), AsBytes(raw).end()};
 }
 
 std::string Hex(const void* data, std::size_t size) {
-  static constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
   const auto* bytes = static_cast<const unsigned char*>(data);
   for (std::size_t i = 0; i < size; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 15];
+    for (const int digit : {bytes[i] >> 4, bytes[i] & 15}) text += "0123456789abcdef"[digit];
   }
   return text;
 }
 
 std::string TextOf(const Json& notation) {
-  if (notation.is_string()) return notation.get<std::string>();
-  return Repeated(notation[1].get<std::string>(), notation[2].get<std::size_t>());
+  if (notation.is_string()) return notation;
+  return Repeated(notation[1], notation[2]);
 }
 
 Value ValueOf(const Json& notation) {
-  const std::string kind = notation[0].get<std::string>();
-  if (kind == "null") return Value();
-  if (kind == "bool") return Value::Bool(notation[1].get<bool>());
+  const std::string kind = notation[0];
+  if (kind == "bool") return Value::Bool(notation[1]);
   if (kind == "char") return Value::Char(static_cast<signed char>(notation[1].get<int>()));
-  if (kind == "int") return Value::Int(notation[1].get<std::int32_t>());
+  if (kind == "int") return Value::Int(notation[1]);
   if (kind == "long") return Value::Long(std::stoll(notation[1].get<std::string>()));
   if (kind == "date") return Value::Date(std::stoll(notation[1].get<std::string>()));
   if (kind == "double") {
-    const std::uint64_t bits = std::stoull(notation[1].get<std::string>(), nullptr, 16);
-    double value = 0;
-    std::memcpy(&value, &bits, sizeof value);
-    return Value::Double(value);
+    return Value::Double(
+        std::bit_cast<double>(std::stoull(notation[1].get<std::string>(), nullptr, 16)));
   }
   if (kind == "bigint") {
     const auto number = lumo::BigInt::FromDecimal(notation[1].get<std::string>());
@@ -130,7 +114,7 @@ Value ValueOf(const Json& notation) {
   if (kind == "string-hex") return Value::CopyString(RawBytesOf(notation[1]));
   if (kind == "binary") return Value::CopyBinary(AsBytes(RawBytesOf(notation[1])));
   if (kind == "string-repeat" || kind == "binary-repeat") {
-    const std::string raw = Repeated(RawBytesOf(notation[1]), notation[2].get<std::size_t>());
+    const std::string raw = Repeated(RawBytesOf(notation[1]), notation[2]);
     return kind[0] == 's' ? Value::CopyString(raw) : Value::CopyBinary(AsBytes(raw));
   }
   if (kind == "list") {
@@ -145,7 +129,7 @@ Value ValueOf(const Json& notation) {
   }
   if (kind == "table") return TableOf(notation[1]);
   Value nameless;
-  nameless.Reset(lumo::TypeFromName(kind));
+  if (kind != "null") nameless.Reset(lumo::TypeFromName(kind));
   return nameless;
 }
 
