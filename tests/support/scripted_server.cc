@@ -20,26 +20,22 @@ typename Protocol::endpoint Loopback(std::uint16_t port) {
 
 // What scripts are made of. Behind its last step the server reads on.
 enum class Step { kReadOn, kReadPiece, kReadRequest, kSend, kSendHalf, kSendByByte, kShut, kReset };
+using enum Step;
 
 // In the order of Act.
 constexpr Step kPlays[][4] = {
-    {Step::kReadRequest, Step::kSend},       {Step::kReadRequest, Step::kSend, Step::kShut},
-    {Step::kReadRequest, Step::kSendByByte}, {Step::kSend},
-    {Step::kReadRequest, Step::kSendHalf},   {Step::kReadRequest},
-    {Step::kReadRequest, Step::kShut},       {Step::kReadRequest, Step::kReset},
-    {Step::kReadPiece, Step::kReset},        {Step::kReset},
+    {kReadRequest, kSend},       {kReadRequest, kSend, kShut},
+    {kReadRequest, kSendByByte}, {kSend},
+    {kReadRequest, kSendHalf},   {kReadRequest},
+    {kReadRequest, kShut},       {kReadRequest, kReset},
+    {kReadPiece, kReset},        {kReset},
 };
 
 struct Session {
-  Session(tcp::socket accepted, Script given, Connection& shared)
-      : socket(std::move(accepted)), script(std::move(given)), connection(shared) {
-    socket.set_option(asio::socket_base::linger(true, 0));  // every close is a reset
-    socket.set_option(tcp::no_delay(true));
-  }
-
   // Whether all that came so far holds a whole request.
-  bool Scan() {
-    const Bytes& bytes = connection.received;
+  bool Take(std::size_t count) {
+    Bytes& bytes = connection.received;
+    bytes.insert(bytes.end(), buffer.data(), buffer.data() + count);
     const auto number = [&](std::size_t at) {
       return std::to_integer<std::size_t>(bytes[at]) << 8 |
              std::to_integer<std::size_t>(bytes[at + 1]);
@@ -94,12 +90,6 @@ class ScriptedServer::Impl {
     thread_.reset();
   }
 
-  void SetHeld(bool held) {
-    asio::post(io_, [this, held] {
-      held_ = held;
-      for (Session* session : std::exchange(parked_, {})) Play(*session);
-    });
-  }
   void ResetAll() {
     asio::post(io_, [this] {
       for (Session& session : sessions_) Finish(session, ConnectionEnd::kReset);
@@ -110,12 +100,14 @@ class ScriptedServer::Impl {
   void Accept() {
     acceptor_.async_accept([this](asio::error_code error, tcp::socket socket) {
       if (error) return Accept();
+      socket.set_option(asio::socket_base::linger(true, 0));  // every close is a reset
+      socket.set_option(tcp::no_delay(true));
       Play(shared_.monitor_.Do([&]() -> Session& {
         std::deque<Script>& next = shared_.next_;
         Script script = next.empty() ? shared_.script_ : std::move(next.front());
         if (!next.empty()) next.pop_front();
-        Connection& connection = shared_.connections_.emplace_back();
-        return sessions_.emplace_back(std::move(socket), std::move(script), connection);
+        return sessions_.emplace_back(
+            Session{std::move(socket), std::move(script), shared_.connections_.emplace_back()});
       }));
       Accept();
     });
@@ -123,48 +115,44 @@ class ScriptedServer::Impl {
 
   // Goes on with the script, up to the next wait.
   void Play(Session& session) {
-    const Script& script = session.script;
-    if (script.act == Act::kStopReading) return;
+    const auto& [act, reply, endless] = session.script;
+    if (act == Act::kStopReading) return;
     asio::error_code ignored;  // a client that is gone shows when the server reads
-    const auto send = [&](const std::byte* data, std::size_t size) {
-      asio::write(session.socket, asio::buffer(data, size), ignored);
+    const auto send = [&, &bytes = reply](std::size_t begin, std::size_t end) {
+      asio::write(session.socket, asio::buffer(&bytes[begin], end - begin), ignored);
     };
     for (;;) {
-      const Step step = kPlays[static_cast<std::size_t>(script.act)][session.step];
-      if (step == Step::kReadPiece || step == Step::kReadRequest) return Read(session, step);
-      if (held_) return parked_.push_back(&session);
+      const Step step = kPlays[static_cast<std::size_t>(act)][session.step];
+      if (step == kReadOn || step == kReadPiece || step == kReadRequest) return Read(session, step);
       ++session.step;
-      if (step == Step::kReadOn) return Read(session, step);
-      if (step == Step::kReset) return Finish(session, ConnectionEnd::kReset);
-      if (step == Step::kShut) session.socket.shutdown(tcp::socket::shutdown_send, ignored);
-      if (step == Step::kSend) send(script.reply.data(), script.reply.size());
-      if (step == Step::kSend && !script.endless.empty()) return SendForEver(session);
-      if (step == Step::kSendHalf) send(script.reply.data(), script.reply.size() / 2);
-      for (std::size_t i = 0; step == Step::kSendByByte && i < script.reply.size(); ++i) {
-        send(&script.reply[i], 1);
+      if (step == kReset) return Finish(session, ConnectionEnd::kReset);
+      if (step == kShut) session.socket.shutdown(tcp::socket::shutdown_send, ignored);
+      if (step == kSend && !reply.empty()) send(0, reply.size());
+      if (step == kSend && !endless.empty()) return SendForEver(session);
+      if (step == kSendHalf) send(0, reply.size() / 2);
+      for (std::size_t i = 0; step == kSendByByte && i < reply.size(); ++i) {
+        send(i, i + 1);
         ::Sleep(1);  // or the system would hand several over in one receive
       }
     }
   }
 
   void Read(Session& session, Step until) {
-    session.socket.async_read_some(
-        asio::buffer(session.buffer), [=, this, &session](asio::error_code error, std::size_t n) {
-          if (error) return Finish(session, HowItEnded(session, error));
-          const bool complete = shared_.monitor_.Do([&] { return Take(session, n); });
-          if (until == Step::kReadOn || (until == Step::kReadRequest && !complete)) {
-            return Read(session, until);
-          }
-          ++session.step;
-          Play(session);
-        });
-  }
-
-  bool Take(Session& session, std::size_t count) {
-    Bytes& received = session.connection.received;
-    received.insert(received.end(), session.buffer.data(), session.buffer.data() + count);
-    if (!session.connection.complete && session.Scan()) shared_.requests_.push_back(received);
-    return session.connection.complete;
+    session.socket.async_read_some(asio::buffer(session.buffer),
+                                   [=, this, &session](asio::error_code error, std::size_t n) {
+                                     if (error) return Finish(session, HowItEnded(session, error));
+                                     const bool before = session.connection.complete;
+                                     const bool complete = shared_.monitor_.Do([&] {
+                                       if (session.Take(n) && !before) {
+                                         shared_.requests_.push_back(session.connection.received);
+                                       }
+                                       return session.connection.complete;
+                                     });
+                                     if (until == kReadOn || (until == kReadRequest && !complete))
+                                       return Read(session, until);
+                                     ++session.step;
+                                     Play(session);
+                                   });
   }
 
   void SendForEver(Session& session) {
@@ -204,17 +192,12 @@ class ScriptedServer::Impl {
   Bytes datagram_ = Bytes(65'536);
   ScriptedServer& shared_;
   std::deque<Session> sessions_;  // never move
-  bool held_ = false;
-  std::vector<Session*> parked_;  // while held
   std::optional<Thread> thread_;
 };
 
 ScriptedServer::ScriptedServer(Script script)
     : script_(std::move(script)), impl_(std::make_unique<Impl>(*this)) {}
 ScriptedServer::~ScriptedServer() = default;
-void ScriptedServer::SetHeld(bool held) {
-  impl_->SetHeld(held);
-}
 void ScriptedServer::ResetAll() {
   impl_->ResetAll();
 }

@@ -74,9 +74,6 @@ class ScriptedServer {
   void Next(Script script) {
     monitor_.Do([&] { next_.push_back(std::move(script)); });
   }
-  // Holds all that a script does behind a request back until Release().
-  void Hold() { SetHeld(true); }
-  void Release() { SetHeld(false); }
   // Resets every open connection; their scripts end there.
   void ResetAll();
 
@@ -103,7 +100,6 @@ class ScriptedServer {
  private:
   class Impl;
 
-  void SetHeld(bool held);
   template <typename Things>
   Things WaitFor(std::size_t count, const Things& things) {
     return monitor_.When([&] { return things.size() >= count; }, [&] { return things; });
