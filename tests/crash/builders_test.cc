@@ -121,24 +121,22 @@ std::string Entry(const std::string& attributes) {
   return "\t<function" + attributes + "></function>\n";
 }
 
-std::string Exception(DWORD code, const void* address, ULONG_PTR kind = 0, ULONG_PTR target = 0) {
-  EXCEPTION_RECORD record = {code, 0, nullptr, const_cast<void*>(address), 2, {kind, target}};
-  EXCEPTION_POINTERS pointers = {&record, nullptr};
-  const std::string all = Written(*BuildException(&pointers)), begin = "<exception" + Addr(address);
-  return all.starts_with(begin) ? all.substr(begin.size()) : all;
-}
-
 // The other kinds have their real crashes.
 TEST(Exception, IsDescribed) {
-  const std::string end = "></exception>\n", violation = " type=\"EXCEPTION_ACCESS_VIOLATION\"";
-  EXPECT_EQ(Exception(0xC0000005, here), " read_addr=\"0x00000000\"" + violation + in_here + end);
-  EXPECT_EQ(Exception(0xC0000005, nullptr, 1, 0x512345678),
-            " write_addr=\"0x12345678\"" + violation + end);
-  EXPECT_EQ(Exception(0xC0000006, here, 1, 16),
-            " type=\"EXCEPTION_IN_PAGE_ERROR\"" + in_here + end);
-  EXPECT_EQ(Exception(0xC00000FD, nullptr), " type=\"EXCEPTION_STACK_OVERFLOW\"" + end);
-  EXPECT_EQ(Exception(0xC0000096, nullptr), " type=\"EXCEPTION_PRIV_INSTRUCTION\"" + end);
-  EXPECT_EQ(Exception(0xC0000007, nullptr), " type=\"UNKNOWN_EXCEPTION\"" + end);
+  const auto expect = [](DWORD code, ULONG_PTR kind, ULONG_PTR target, const void* address,
+                         const std::string& description) {
+    EXCEPTION_RECORD record = {code, 0, nullptr, const_cast<void*>(address), 2, {kind, target}};
+    EXCEPTION_POINTERS pointers = {&record, nullptr};
+    EXPECT_EQ(Written(*BuildException(&pointers)),
+              "<exception" + Addr(address) + description + "></exception>\n");
+  };
+  const std::string violation = " type=\"EXCEPTION_ACCESS_VIOLATION\"";
+  expect(0xC0000005, 0, 0, here, " read_addr=\"0x00000000\"" + violation + in_here);
+  expect(0xC0000005, 1, 0x512345678, nullptr, " write_addr=\"0x12345678\"" + violation);
+  expect(0xC0000006, 1, 16, here, " type=\"EXCEPTION_IN_PAGE_ERROR\"" + in_here);
+  expect(0xC00000FD, 0, 0, nullptr, " type=\"EXCEPTION_STACK_OVERFLOW\"");
+  expect(0xC0000096, 0, 0, nullptr, " type=\"EXCEPTION_PRIV_INSTRUCTION\"");
+  expect(0xC0000007, 0, 0, nullptr, " type=\"UNKNOWN_EXCEPTION\"");
 }
 
 struct Frame {
@@ -178,14 +176,13 @@ TEST(StackWalk, EndsAtDamage) {
   Frame cycle = last;
   cycle.next = &cycle;
 
-  const void* const kUnreadable[] = {nullptr,
-                                     number(0xFFFF800000001000),  // of the kernel
-                                     number(0x0123456789ABCDE0),  // of nobody
-                                     number(0xFFFFFFFFFFFFFFFC),  // wraps around
-                                     pages + kPage,
-                                     guard,
-                                     &no_code};
-  for (const void* frame : kUnreadable) EXPECT_EQ(Walk(frame), at_exception) << frame;
+  // Null, of the kernel, of nobody, around the end.
+  for (const std::uint64_t address :
+       {0ull, 0xFFFF800000001000ull, 0x0123456789ABCDE0ull, 0xFFFFFFFFFFFFFFFCull}) {
+    EXPECT_EQ(Walk(number(address)), at_exception) << address;
+  }
+  for (const char* page : {pages + kPage, guard}) EXPECT_EQ(Walk(page), at_exception);
+  EXPECT_EQ(Walk(&no_code), at_exception);
   EXPECT_EQ(walk_cut_to(12), at_exception);
   EXPECT_EQ(walk_cut_to(27), at_exception + without_parameters);
   EXPECT_EQ(walk_cut_to(28), at_exception + without_parameters) << "more is read than tested";
