@@ -185,19 +185,6 @@ TEST(Hostile, EndlessRepliesEnd) {
   EXPECT_LT(peak() - before, std::size_t{200} << 20);
 }
 
-TEST(Hostile, ServersKeepNoQueueFromEnding) {
-  ScriptedServer server;
-  const TAVU_LUADUMP_SENDER sender = TAVU_LUADUMP_Create("127.0.0.1", server.port(), false);
-  const Act acts[] = {Act::kAnswerEarly, Act::kClose,       Act::kReset,
-                      Act::kResetInside, Act::kResetAtOnce, Act::kAnswer};
-  for (const Act act : acts) {
-    server.Next({act});
-    EXPECT_TRUE(TAVU_LUADUMP_SendLuaDumpA(sender, 1, 1, 2, "m", "d", "u", "e"));
-  }
-  EXPECT_TRUE(TAVU_LUADUMP_Destroy(sender));
-  EXPECT_TRUE(server.WaitForEnd(std::size(acts) - 1).complete);
-}
-
 // Kept: no time limit for what the server does not take. It ends with the connection.
 TEST(Hostile, AServerThatStopsReadingHoldsAnUpload) {
   ScriptedServer server;
