@@ -7,7 +7,6 @@
 #include "net/call_once.h"
 #include "net/socket.h"
 #include "support/scripted_server.h"
-#include "support/threads.h"
 #include "support/vectors.h"
 
 namespace TAVU::test {
@@ -103,23 +102,6 @@ TEST(Client, IsOpenOnlyOnceAndEndsAConnectionWithAReset) {
   client.reset();
   EXPECT_EQ(server.WaitForEnd(1).end, ConnectionEnd::kReset);
   EXPECT_TRUE(other.Connections().empty());
-}
-
-TEST(Client, IsHeldByAServerThatStopsReadingUntilTheConnectionEnds) {
-  const std::vector<std::byte> block(64 << 20);
-  ScriptedServer server({Act::kStopReading});
-  Event ended;
-  const Thread caller([&] {
-    const QtcClientPtr client = CreateQtcClient();
-    const bool opened = client->OpenTcp(kHost, server.port(), kShort) == ResultCode::kSuccess;
-    const ResultCode code = client->Call("tavu_server", Value::BorrowBinary(block));
-    if (opened && code == ResultCode::kStreamFault) ended.Set();
-  });
-  ASSERT_EQ(server.WaitForConnections(1), 1u);
-  // Long enough for the send to wait: under Wine a reset in the moment before would be missed.
-  EXPECT_EQ(::WaitForSingleObject(ended.get(), 300), WAIT_TIMEOUT);
-  server.ResetAll();
-  EXPECT_EQ(::WaitForSingleObject(ended.get(), kTimeout), WAIT_OBJECT_0);
 }
 
 // Whether a receive on `socket`, with nothing to receive, would wait.
