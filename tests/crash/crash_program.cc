@@ -107,56 +107,50 @@ bool Send(Text /*text*/) {
   return ::CreateThread(nullptr, 0, send, nullptr, 0, nullptr) != nullptr;
 }
 
-// A function of the library upon the current handle, with the arguments in front of the text.
-template <auto function>
-bool Do(Text /*text*/) {
-  return function(current);
-}
-template <auto function, auto... before>
-bool Set(Text text) {
-  return function(current, before..., text.c_str());
-}
-template <bool (*callback)(wchar_t*, std::int32_t)>
-bool SetCallback(Text /*text*/) {
-  return TAVU_SetCustumInfoCallbackW(current, callback);
-}
-bool GiveText(wchar_t* buffer, std::int32_t capacity) {
-  return std::swprintf(buffer, 64, L"asked & <%d> \u00e9", capacity) > 0;
-}
-bool ThrowWhenAsked(wchar_t* /*buffer*/, std::int32_t /*capacity*/) {
-  throw std::string("thrown");
-}
-
-bool Create(Text /*text*/) {
-  current = TAVU_CreateW(L"crash-program", L"1.0.3", L"The \"Crash\" Program");
-  return current != nullptr;
-}
-// HOST:PORT
-bool SetServer(Text text) {
-  const std::size_t colon = text.find(L':');
-  const auto port = static_cast<std::uint16_t>(std::stoul(text.substr(colon + 1)));
-  return TAVU_SetReportServerW(current, text.substr(0, colon).c_str(), port);
-}
+struct Commands {
+  static bool Create(Text /*text*/) {
+    return (current = TAVU_CreateW(L"crash-program", L"1.0.3", L"The \"Crash\" Program")) !=
+           nullptr;
+  }
+  static bool SetServer(Text text) {  // HOST:PORT
+    const std::size_t colon = text.find(L':');
+    const auto port = static_cast<std::uint16_t>(std::stoul(text.substr(colon + 1)));
+    return TAVU_SetReportServerW(current, text.substr(0, colon).c_str(), port);
+  }
+  // A function of the library upon the current handle, with arguments in front of the text.
+  template <auto function, auto... before>
+  static bool Set(Text text) {
+    return function(current, before..., text.c_str());
+  }
+  template <auto function, auto... arguments>
+  static bool Do(Text /*text*/) {
+    return function(current, arguments...);
+  }
+  static bool GiveText(wchar_t* buffer, std::int32_t capacity) {
+    return std::swprintf(buffer, 64, L"asked & <%d> \u00e9", capacity) > 0;
+  }
+  static bool Throw(wchar_t* /*buffer*/, std::int32_t /*capacity*/) { throw 1; }
+};
 
 const struct Command {
   const wchar_t* name;
   bool (*run)(Text text);
 } kCommands[] = {
-    {L"create", Create},
-    {L"start", Do<TAVU_StartCrashHandler>},
-    {L"stop", Do<TAVU_StopCrashHandler>},
-    {L"destroy", Do<TAVU_Destroy>},
+    {L"create", Commands::Create},
+    {L"start", Commands::Do<TAVU_StartCrashHandler>},
+    {L"stop", Commands::Do<TAVU_StopCrashHandler>},
+    {L"destroy", Commands::Do<TAVU_Destroy>},
     {L"guarded", IsGuarded},
-    {L"user", Set<TAVU_SetUserIDW>},
-    {L"server", SetServer},
-    {L"keep", [](Text) { return TAVU_DeleteLocalDumpFile(current, false); }},
-    {L"auto", [](Text) { return TAVU_SetAutoReport(current, true); }},
+    {L"user", Commands::Set<TAVU_SetUserIDW>},
+    {L"server", Commands::SetServer},
+    {L"keep", Commands::Do<TAVU_DeleteLocalDumpFile, false>},
+    {L"auto", Commands::Do<TAVU_SetAutoReport, true>},
     {L"lang", [](Text text) { return TAVU_SetReporterLanguage(current, std::stoul(text)); }},
-    {L"restart", Set<TAVU_SetAppRestartW, true>},
-    {L"reporter", Set<TAVU_SetCustumCrashReporterPathW>},
-    {L"info", Set<TAVU_UpdateAdditionalCrashInfoW>},
-    {L"ask", SetCallback<GiveText>},
-    {L"throw-when-asked", SetCallback<ThrowWhenAsked>},
+    {L"restart", Commands::Set<TAVU_SetAppRestartW, true>},
+    {L"reporter", Commands::Set<TAVU_SetCustumCrashReporterPathW>},
+    {L"info", Commands::Set<TAVU_UpdateAdditionalCrashInfoW>},
+    {L"ask", Commands::Do<TAVU_SetCustumInfoCallbackW, Commands::GiveText>},
+    {L"throw-when-asked", Commands::Do<TAVU_SetCustumInfoCallbackW, Commands::Throw>},
     {L"temp", [](Text text) { return ::SetEnvironmentVariableW(L"TMP", text.c_str()) != 0; }},
     {L"send", Send},
     {L"wait", [](Text) { return std::getchar() == '\n'; }},  // for a sign of the driver
