@@ -125,6 +125,8 @@ class ScriptedServer::Impl {
       const Step step = kPlays[static_cast<std::size_t>(act)][session.step];
       if (step == kReadOn || step == kReadPiece || step == kReadRequest) return Read(session, step);
       ++session.step;
+      // Long enough for a sender to wait: under Wine it misses a reset in the moment before.
+      if (step == kReset && !session.connection.complete) ::Sleep(300);
       if (step == kReset) return Finish(session, ConnectionEnd::kReset);
       if (step == kShut) session.socket.shutdown(tcp::socket::shutdown_send, ignored);
       if (step == kSend && !reply.empty()) send(0, reply.size());
