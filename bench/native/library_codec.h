@@ -1,8 +1,8 @@
 // What is measured of each library. All make dynamically typed trees of the same data:
 //
-//   Build    the tree, out of plain data. Texts and bytes are borrowed where the library can
-//   borrow. Encode   a tree into a new buffer, which is thrown away. Decode   bytes into a new tree
-//   that stands alone, which is thrown away.
+// - Build: the tree, out of plain data. Texts and bytes are borrowed where the library can borrow.
+// - Encode: a tree into a new buffer, which is thrown away.
+// - Decode: bytes into a new tree that stands alone, which is thrown away.
 #pragma once
 
 #include <cstddef>

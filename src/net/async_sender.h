@@ -32,8 +32,8 @@ class AsyncSender {
                                                            Protocol protocol) noexcept;
   AsyncSender(const AsyncSender&) = delete;
   AsyncSender& operator=(const AsyncSender&) = delete;
-  // Stops. Closes the work and the stopped event; the started event and the thread's handle stay
-  // open for good, as they always have.
+  // Stops. Closes the work and the stopped event. Kept: the started event and the thread's handle
+  // stay open for good, two handles for each sender; a host makes one sender and keeps it.
   ~AsyncSender();
 
   // Queues a call and returns at once, in amortised constant time. Takes `argument` as it is, so it
