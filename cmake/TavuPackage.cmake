@@ -23,9 +23,9 @@ install(FILES ${PROJECT_BINARY_DIR}/TAVUConfig.cmake ${PROJECT_BINARY_DIR}/TAVUC
 install(FILES README.md DESTINATION .)
 install(DIRECTORY docs DESTINATION .)
 install(FILES examples/host/host.cc DESTINATION examples/host)
-install(FILES examples/collector/README.md DESTINATION examples/collector)
+install(FILES programs/collector/README.md DESTINATION programs/collector)
 install(FILES examples/python_reader/read_requests.py DESTINATION examples/python_reader)
-install(PROGRAMS scripts/explain DESTINATION scripts)
+install(PROGRAMS tools/explain DESTINATION tools)
 
 set(CPACK_GENERATOR ZIP)
 set(CPACK_PACKAGE_NAME TAVU)

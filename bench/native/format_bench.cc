@@ -3,8 +3,8 @@
 
 #include <cstdio>
 
-#include "lumo/basic_string.h"
-#include "lumo/formatter.h"
+#include "lumo/text/basic_string.h"
+#include "lumo/text/formatter.h"
 
 namespace TAVU::bench {
 namespace {

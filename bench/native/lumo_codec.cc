@@ -4,12 +4,12 @@
 #include <utility>
 
 #include "library_codec.h"
-#include "lumo/codec.h"
-#include "lumo/list.h"
-#include "lumo/map.h"
-#include "lumo/memory_reader.h"
-#include "lumo/memory_writer.h"
-#include "lumo/value.h"
+#include "lumo/codec/codec.h"
+#include "lumo/codec/memory_reader.h"
+#include "lumo/codec/memory_writer.h"
+#include "lumo/value/list.h"
+#include "lumo/value/map.h"
+#include "lumo/value/value.h"
 
 namespace TAVU::bench {
 namespace {

@@ -10,10 +10,10 @@
 #include <thread>
 #include <vector>
 
-#include "lumo/map.h"
-#include "lumo/value.h"
-#include "net/exchange.h"
-#include "net/transport.h"
+#include "lumo/value/map.h"
+#include "lumo/value/value.h"
+#include "net/wire/exchange.h"
+#include "net/wire/transport.h"
 #include "pairs.h"
 
 namespace TAVU::bench {

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "api/frame/api_lock.h"
-#include "lumo/singleton.h"
-#include "net/qtc_client.h"
+#include "base/singleton.h"
+#include "net/client/qtc_client.h"
 
 namespace TAVU::delivery {
 
@@ -14,11 +14,11 @@ class ClientHolder {
   // Throws std::bad_alloc when there is no memory for the client (the next call tries again), and
   // std::logic_error after process exit has destroyed it.
   [[nodiscard]] static QTC::IQtcClient& Client(const api::ApiLock::Guard&) {
-    return *lumo::Singleton<ClientHolder>::Get().client_;
+    return *base::Singleton<ClientHolder>::Get().client_;
   }
 
  private:
-  friend class lumo::Singleton<ClientHolder>;
+  friend class base::Singleton<ClientHolder>;
   ClientHolder();
 
   // Never released: the holder is destroyed while the library is being unloaded, and Windows

@@ -1,8 +1,8 @@
 #include "delivery/crash_info_sender.h"
 
+#include "base/release_pool.h"
 #include "delivery/file_reading.h"
 #include "delivery/record_fields.h"
-#include "lumo/release_pool.h"
 
 namespace TAVU::delivery {
 
@@ -19,7 +19,7 @@ std::string_view AsText(std::span<const std::byte> bytes) noexcept {
 
 SendResult SendCrashInfo(const api::ApiLock::Guard& held, api::InstanceRecord& instance,
                          const CrashUpload& upload) {
-  lumo::ReleasePool files;  // declared first: the record borrows from it
+  base::ReleasePool files;  // declared first: the record borrows from it
   lumo::Map record;
   PutText(record, RecordKey::kRecordKind, record_kind::kUpload);
   PutText(record, RecordKey::kDescription, upload.description);

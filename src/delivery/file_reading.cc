@@ -2,21 +2,21 @@
 
 #include <windows.h>
 
-#include "net/scoped_handle.h"
+#include "base/scoped_handle.h"
 
 namespace TAVU::delivery {
 
 namespace {
 
-using QTC::ScopedFile;
+using base::ScopedFile;
 
-ScopedFile OpenForReading(const wchar_t* path) noexcept {
-  return ScopedFile(::CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                  OPEN_EXISTING, 0, nullptr));
+base::ScopedFile OpenForReading(const wchar_t* path) noexcept {
+  return base::ScopedFile(::CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                        nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
 // Fills `block` from the file. False when a read fails.
-bool ReadFully(const ScopedFile& file, std::span<std::byte> block) noexcept {
+bool ReadFully(const base::ScopedFile& file, std::span<std::byte> block) noexcept {
   while (!block.empty()) {
     DWORD read = 0;
     if (!::ReadFile(file.get(), block.data(), static_cast<DWORD>(block.size()), &read, nullptr)) {
@@ -33,8 +33,8 @@ bool ReadFully(const ScopedFile& file, std::span<std::byte> block) noexcept {
 }  // namespace
 
 std::optional<std::span<const std::byte>> ReadWholeFile(const wchar_t* path,
-                                                        lumo::ReleasePool& pool) noexcept {
-  const ScopedFile file = OpenForReading(path);
+                                                        base::ReleasePool& pool) noexcept {
+  const base::ScopedFile file = OpenForReading(path);
   if (!file) return std::nullopt;
 
   const DWORD size = ::GetFileSize(file.get(), nullptr);

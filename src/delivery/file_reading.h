@@ -5,7 +5,7 @@
 #include <optional>
 #include <span>
 
-#include "lumo/release_pool.h"
+#include "base/release_pool.h"
 
 namespace TAVU::delivery {
 
@@ -16,6 +16,6 @@ namespace TAVU::delivery {
 // Sizes are taken modulo 4 GiB: larger files are not supported. Does not return while a file that
 // has become shorter since it was measured stays so.
 [[nodiscard]] std::optional<std::span<const std::byte>> ReadWholeFile(
-    const wchar_t* path, lumo::ReleasePool& pool) noexcept;
+    const wchar_t* path, base::ReleasePool& pool) noexcept;
 
 }  // namespace TAVU::delivery

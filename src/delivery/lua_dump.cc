@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "delivery/record_fields.h"
-#include "lumo/map.h"
+#include "lumo/value/map.h"
 
 namespace TAVU::delivery {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "lumo/value.h"
-#include "net/async_sender.h"
+#include "lumo/value/value.h"
+#include "net/client/async_sender.h"
 
 namespace TAVU::delivery {
 
@@ -23,7 +23,7 @@ struct LuaDump {
 };
 
 // The record as a value that stands alone: it owns all that does not live as long as the library.
-// Throws lumo::BadAllocation.
+// Throws base::BadAllocation.
 [[nodiscard]] lumo::Value BuildLuaDumpRecord(const LuaDump& dump);
 
 // One server, one queue, one worker. It knows nothing of instances, the ApiLock and error codes.
@@ -37,7 +37,7 @@ class LuaDumpSender {
                                                              QTC::PendingOnStop pending) noexcept;
 
   // Queues the record for delivery and returns at once. False when the sender is stopping. Throws
-  // lumo::BadAllocation.
+  // base::BadAllocation.
   [[nodiscard]] bool Post(const LuaDump& dump);
 
  private:

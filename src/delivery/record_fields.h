@@ -7,8 +7,8 @@
 #include <string_view>
 #include <utility>
 
-#include "lumo/map.h"
-#include "lumo/value.h"
+#include "lumo/value/map.h"
+#include "lumo/value/value.h"
 
 namespace TAVU::delivery {
 
@@ -58,7 +58,7 @@ inline constexpr std::array<std::string_view, 8> kLevelDigits = {"0", "1", "2", 
 }
 
 // Puts one field into a record that does not have it yet. The record borrows what a borrowing value
-// borrows and keeps what an owning one owns. Throws lumo::BadAllocation.
+// borrows and keeps what an owning one owns. Throws base::BadAllocation.
 inline void PutField(lumo::Map& record, RecordKey key, lumo::Value value) {
   record.Insert(lumo::Value::Int(static_cast<std::int32_t>(key)), std::move(value));
 }

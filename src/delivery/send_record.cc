@@ -4,8 +4,8 @@
 #include "delivery/common_fields.h"
 #include "delivery/local_address.h"
 #include "delivery/record_fields.h"
-#include "lumo/value.h"
-#include "net/qtc_client.h"
+#include "lumo/value/value.h"
+#include "net/client/qtc_client.h"
 
 namespace TAVU::delivery {
 

@@ -7,8 +7,8 @@
 
 #include "api/frame/api_lock.h"
 #include "api/frame/instance_record.h"
-#include "lumo/map.h"
-#include "net/endpoint.h"
+#include "lumo/value/map.h"
+#include "net/client/endpoint.h"
 
 namespace TAVU::delivery {
 

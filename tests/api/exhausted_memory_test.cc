@@ -8,7 +8,7 @@
 
 #include "api/frame/instance_record.h"
 #include "api/frame/last_error.h"
-#include "crash/crash_handler.h"
+#include "crash/filter/crash_handler.h"
 #include "delivery/host.h"
 #include "support/scripted_server.h"
 

@@ -7,7 +7,7 @@
 #include "api/frame/export_frame.h"
 #include "api/frame/instance_registry.h"
 #include "api/frame/text_conversion.h"
-#include "lumo/allocator.h"
+#include "base/allocator.h"
 #include "support/threads.h"
 #include "support/vectors.h"
 
@@ -36,7 +36,7 @@ TEST(RunExport, LetsNoExceptionOut) {
     return [exception](const ApiLock::Guard&) -> bool { throw exception; };
   };
   ASSERT_TRUE(LastErrorSlot::AttachProcess());  // nobody else does in this program
-  EXPECT_FALSE(RunExport(ErrorCode::kCallFailed, throwing(lumo::BadAllocation())));
+  EXPECT_FALSE(RunExport(ErrorCode::kCallFailed, throwing(base::BadAllocation())));
   EXPECT_EQ(GetLastErrorCode(), static_cast<std::uint32_t>(TAVU_ERROR_CALL_FAILED));
   EXPECT_FALSE(RunExport(throwing(std::logic_error("gone"))));
   EXPECT_EQ(GetLastErrorCode(), static_cast<std::uint32_t>(TAVU_ERROR_INVALID_HANDLE));

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "api/frame/instance_registry.h"
-#include "crash/crash_filter.h"
-#include "crash/crash_handler.h"
+#include "crash/filter/crash_filter.h"
+#include "crash/filter/crash_handler.h"
 
 namespace {
 

@@ -11,13 +11,13 @@
 #include <string>
 #include <utility>
 
-#include "crash/crash_document.h"
-#include "crash/crash_files.h"
-#include "crash/crash_handler.h"
-#include "crash/custom_info.h"
-#include "crash/reporter_command_line.h"
-#include "crash/stack_walk.h"
-#include "crash/xml_writer.h"
+#include "crash/document/crash_document.h"
+#include "crash/document/custom_info.h"
+#include "crash/document/stack_walk.h"
+#include "crash/document/xml_writer.h"
+#include "crash/files/crash_files.h"
+#include "crash/filter/crash_handler.h"
+#include "crash/launch/reporter_command_line.h"
 #include "support/vectors.h"
 
 namespace {

@@ -12,10 +12,10 @@
 #include "api/frame/api_lock.h"
 #include "api/frame/instance_registry.h"
 #include "api/frame/last_error.h"
-#include "crash/crash_filter.h"
-#include "crash/crash_handler.h"
-#include "crash/filter_guard.h"
-#include "crash/filter_installation.h"
+#include "crash/filter/crash_filter.h"
+#include "crash/filter/crash_handler.h"
+#include "crash/filter/filter_guard.h"
+#include "crash/filter/filter_installation.h"
 
 namespace {
 long allocations_left = -1;  // negative: no limit

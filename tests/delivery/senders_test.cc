@@ -48,7 +48,7 @@ TEST(Reading, GoesOnUntilAFileThatShrankHasGrownAgain) {
   const TempFile file(BytesOfText("abc"));
   const std::wstring path = file.path();
   reading = {.growing = path.c_str()};
-  lumo::ReleasePool pool;
+  base::ReleasePool pool;
   const auto content = delivery::ReadWholeFile(reading.growing, pool);
   ASSERT_TRUE(content);
   EXPECT_EQ(Hex(content->data(), content->size() + 1), "61626364656600");
@@ -59,7 +59,7 @@ TEST(Reading, GoesOnUntilAFileThatShrankHasGrownAgain) {
 TEST(Reading, ThatFailsGivesTheBlockBackAndClosesTheFile) {
   const TempFile file(BytesOfText("abcdef"));
   reading = {.fail = true};
-  lumo::ReleasePool pool;
+  base::ReleasePool pool;
   EXPECT_FALSE(delivery::ReadWholeFile(file.path().c_str(), pool));
   EXPECT_FALSE(pool.Release(0));
   EXPECT_TRUE(::DeleteFileW(file.path().c_str()));

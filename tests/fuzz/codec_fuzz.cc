@@ -2,13 +2,13 @@
 #include <algorithm>
 
 #include "fuzz/fuzzer.h"
-#include "lumo/codec.h"
-#include "lumo/hash.h"
-#include "lumo/list.h"
-#include "lumo/map.h"
-#include "lumo/memory_reader.h"
-#include "lumo/memory_writer.h"
-#include "lumo/table.h"
+#include "lumo/codec/codec.h"
+#include "lumo/codec/memory_reader.h"
+#include "lumo/codec/memory_writer.h"
+#include "lumo/value/hash.h"
+#include "lumo/value/list.h"
+#include "lumo/value/map.h"
+#include "lumo/value/table.h"
 
 using namespace TAVU::lumo;
 

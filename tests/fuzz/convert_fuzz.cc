@@ -1,11 +1,11 @@
 // Values converted to text and into each other: a conversion that fails changes nothing, one that
 // succeeds gives the type asked for, and what it gives stands on its own.
 #include "fuzz/fuzzer.h"
-#include "lumo/codec.h"
-#include "lumo/conversion.h"
-#include "lumo/memory_reader.h"
-#include "lumo/memory_writer.h"
-#include "lumo/text_view.h"
+#include "lumo/codec/codec.h"
+#include "lumo/codec/memory_reader.h"
+#include "lumo/codec/memory_writer.h"
+#include "lumo/text/conversion.h"
+#include "lumo/text/text_view.h"
 
 using namespace TAVU::lumo;
 

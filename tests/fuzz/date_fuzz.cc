@@ -1,7 +1,7 @@
 // Dates in every form: a text that parses formats to a text that parses to the same moment.
 #include "fuzz/fuzzer.h"
-#include "lumo/big_endian.h"
-#include "lumo/date_time.h"
+#include "lumo/codec/big_endian.h"
+#include "lumo/dates/date_time.h"
 
 using namespace TAVU::lumo;
 

@@ -3,7 +3,7 @@
 #include <cstdarg>
 
 #include "fuzz/fuzzer.h"
-#include "lumo/formatter.h"
+#include "lumo/text/formatter.h"
 
 using namespace TAVU::lumo;
 

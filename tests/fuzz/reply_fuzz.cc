@@ -1,8 +1,8 @@
 // A server's bytes, from the header to the result value: read or refused, in one piece or byte by
 // byte, with the same outcome.
 #include "fuzz/fuzzer.h"
-#include "net/exchange.h"
 #include "net/memory_transport.h"
+#include "net/wire/exchange.h"
 
 using namespace TAVU;
 

@@ -1,9 +1,9 @@
 // A client's bytes as a collector reads them: refused, or a call whose parts write out again to a
 // request that reads the same.
 #include "fuzz/fuzzer.h"
-#include "lumo/memory_reader.h"
-#include "net/exchange.h"
+#include "lumo/codec/memory_reader.h"
 #include "net/memory_transport.h"
+#include "net/wire/exchange.h"
 
 using namespace TAVU;
 

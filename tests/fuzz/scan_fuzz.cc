@@ -2,8 +2,8 @@
 // decoder finds, whatever the pieces in which the bytes come.
 #include "collector/request_scanner.h"
 #include "fuzz/fuzzer.h"
-#include "lumo/memory_reader.h"
-#include "net/exchange.h"
+#include "lumo/codec/memory_reader.h"
+#include "net/wire/exchange.h"
 
 using namespace TAVU;
 

@@ -2,13 +2,13 @@
 #include <clocale>
 #include <cmath>
 
-#include "lumo/basic_string.h"
-#include "lumo/date_time.h"
-#include "lumo/formatter.h"
-#include "lumo/memory_writer.h"
-#include "lumo/number_text.h"
+#include "base/singleton.h"
+#include "lumo/codec/memory_writer.h"
+#include "lumo/dates/date_time.h"
 #include "lumo/reference.h"
-#include "lumo/singleton.h"
+#include "lumo/text/basic_string.h"
+#include "lumo/text/formatter.h"
+#include "lumo/text/number_text.h"
 
 namespace TAVU::lumo {
 namespace {
@@ -42,8 +42,8 @@ TEST(BasicString, TakesPartsOfItself) {
   text.Assign(text.view().substr(59, 4));
   text.Assign(text.view().substr(1, 3));  // source and target overlap
   EXPECT_STREQ(text.c_str(), "tai");
-  EXPECT_THROW(text.Reserve(SIZE_MAX), BadAllocation);
-  EXPECT_THROW(text.Reserve(SIZE_MAX / 2), BadAllocation);
+  EXPECT_THROW(text.Reserve(SIZE_MAX), base::BadAllocation);
+  EXPECT_THROW(text.Reserve(SIZE_MAX / 2), base::BadAllocation);
   const BasicString<char> moved = std::move(text);
   EXPECT_EQ(moved.view(), "tai");
   EXPECT_STREQ(text.c_str(), "");  // NOLINT(bugprone-use-after-move): it is empty and usable
@@ -264,7 +264,7 @@ TEST(SingletonDeathTest, IsMadeOnceAndThrowsWhenUsedAfterItsDestruction) {
   };
   const auto use = [] {
     try {
-      if (&Singleton<Late>::Get() != &Singleton<Late>::Get()) std::_Exit(2);
+      if (&base::Singleton<Late>::Get() != &base::Singleton<Late>::Get()) std::_Exit(2);
     } catch (const std::logic_error& error) {
       std::fputs(error.what(), stderr);
       std::_Exit(7);

@@ -1,13 +1,13 @@
-#include "lumo/codec.h"
+#include "lumo/codec/codec.h"
 
 #include <algorithm>
 
-#include "lumo/list.h"
-#include "lumo/map.h"
-#include "lumo/memory_reader.h"
-#include "lumo/memory_writer.h"
+#include "base/thread_error.h"
+#include "lumo/codec/memory_reader.h"
+#include "lumo/codec/memory_writer.h"
 #include "lumo/reference.h"
-#include "lumo/thread_error.h"
+#include "lumo/value/list.h"
+#include "lumo/value/map.h"
 
 namespace TAVU::lumo {
 namespace {
@@ -87,19 +87,19 @@ TEST(Codec, WritesAndReadsTheReferenceOverStreamsThatStopAnywhere) {
     // code.
     for (std::size_t length = 0; length < bytes.size(); length += 1 + bytes.size() / 60) {
       for (const auto& [answer, code] : {std::pair(0, 109u), std::pair(-1, 7u)}) {
-        SetThreadError(7);
+        base::SetThreadError(7);
         SlowSink sink(100);
         sink.limit = length;
         sink.refusal = answer;
         EXPECT_FALSE(WriteValue(sink, value));
-        EXPECT_EQ(GetThreadError(), code);
+        EXPECT_EQ(base::GetThreadError(), code);
         EXPECT_TRUE(std::equal(sink.taken.begin(), sink.taken.end(), bytes.begin()));
-        SetThreadError(7);
+        base::SetThreadError(7);
         SlowSource source(std::span(bytes).first(length), 100);
         source.end = answer;
         Value read;
         EXPECT_FALSE(ReadValue(source, read));
-        EXPECT_EQ(GetThreadError(), code);
+        EXPECT_EQ(base::GetThreadError(), code);
       }
     }
   }
@@ -108,9 +108,9 @@ TEST(Codec, WritesAndReadsTheReferenceOverStreamsThatStopAnywhere) {
 TEST(Codec, AcceptsWhatOthersWrite) {
   MemoryReader nothing({});
   std::uint8_t byte = 0;
-  SetThreadError(7);
+  base::SetThreadError(7);
   EXPECT_FALSE(nothing.PeekByte(byte));
-  EXPECT_EQ(GetThreadError(), 7u) << "nothing to read is not the end of something";
+  EXPECT_EQ(base::GetThreadError(), 7u) << "nothing to read is not the end of something";
   for (const Json& vector : Vectors("codec.json", "decode")) {
     SCOPED_TRACE(vector["name"]);
     const Bytes bytes = BytesOf(vector["bytes"]);

@@ -1,12 +1,12 @@
 // Values as text and as values of other types.
-#include "lumo/conversion.h"
+#include "lumo/text/conversion.h"
 
 #include <cstdlib>
 
-#include "lumo/big_int.h"
-#include "lumo/local_zone.h"
+#include "lumo/dates/local_zone.h"
 #include "lumo/reference.h"
-#include "lumo/text_view.h"
+#include "lumo/text/text_view.h"
+#include "lumo/value/big_int.h"
 
 namespace TAVU::lumo {
 namespace {

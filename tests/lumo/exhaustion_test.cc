@@ -2,13 +2,13 @@
 // allocations of the library pass through here.
 #include <functional>
 
-#include "lumo/codec.h"
-#include "lumo/list.h"
-#include "lumo/map.h"
-#include "lumo/memory_reader.h"
-#include "lumo/memory_writer.h"
+#include "base/release_pool.h"
+#include "lumo/codec/codec.h"
+#include "lumo/codec/memory_reader.h"
+#include "lumo/codec/memory_writer.h"
 #include "lumo/reference.h"
-#include "lumo/release_pool.h"
+#include "lumo/value/list.h"
+#include "lumo/value/map.h"
 
 namespace {
 long allocations_left = -1;  // -1: no end
@@ -97,7 +97,7 @@ TEST(Exhaustion, AFailedInsertOrAppendChangesNothing) {
 }
 
 TEST(Exhaustion, LeavesAPoolWithTheBlocksThatItReleasesOnce) {
-  ReleasePool pool;
+  base::ReleasePool pool;
   EXPECT_EQ(pool.Allocate(0), nullptr);
   for (const long left : {1L, 2L}) {  // for the entries, for the block
     allocations_left = left;

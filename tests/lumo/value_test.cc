@@ -1,14 +1,14 @@
 // Values, what they contain, and who frees it.
-#include "lumo/value.h"
+#include "lumo/value/value.h"
 
 #include <set>
 
-#include "lumo/big_int.h"
-#include "lumo/hash.h"
-#include "lumo/list.h"
-#include "lumo/map.h"
 #include "lumo/reference.h"
-#include "lumo/table.h"
+#include "lumo/value/big_int.h"
+#include "lumo/value/hash.h"
+#include "lumo/value/list.h"
+#include "lumo/value/map.h"
+#include "lumo/value/table.h"
 
 namespace TAVU::lumo {
 namespace {

@@ -1,10 +1,10 @@
 // The asynchronous sender at its edges; tests/delivery/lua_dump_test.cc uses it as hosts do.
-#include "net/async_sender.h"
+#include "net/client/async_sender.h"
 
 #include <gtest/gtest.h>
 
-#include "lumo/memory_reader.h"
-#include "net/exchange.h"
+#include "lumo/codec/memory_reader.h"
+#include "net/wire/exchange.h"
 #include "support/resources.h"
 #include "support/scripted_server.h"
 #include "support/threads.h"

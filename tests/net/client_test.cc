@@ -1,11 +1,11 @@
 // The client and its sockets against a server that misbehaves: real connections, under Wine.
-#include "net/qtc_client.h"
+#include "net/client/qtc_client.h"
 
 #include <gtest/gtest.h>
 
-#include "lumo/thread_error.h"
-#include "net/call_once.h"
-#include "net/socket.h"
+#include "base/thread_error.h"
+#include "net/client/call_once.h"
+#include "net/client/socket.h"
 #include "support/scripted_server.h"
 #include "support/vectors.h"
 
@@ -58,7 +58,7 @@ TEST(Client, SaysWhatAServerDidToACall) {
     ASSERT_EQ(client->OpenTcp(kHost, server.port(), timeout), ResultCode::kSuccess);
     const ULONGLONG begin = ::GetTickCount64();
     EXPECT_EQ(client->Call("tavu_server", Value::Int(1)), code);
-    if (thread_error != 0) EXPECT_EQ(lumo::GetThreadError(), thread_error);
+    if (thread_error != 0) EXPECT_EQ(base::GetThreadError(), thread_error);
     if (timeout == kShort) EXPECT_GE(::GetTickCount64() - begin + 16, kShort);  // coarse ticks
   }
 }
@@ -77,10 +77,10 @@ TEST(Client, SaysWhyItCouldNotConnect) {
   };
   for (const auto& [host, port, timeout, thread_error] : cases) {
     const QtcClientPtr client = CreateQtcClient();
-    lumo::SetThreadError(0);
+    base::SetThreadError(0);
     const ULONGLONG begin = ::GetTickCount64();
     EXPECT_EQ(client->OpenTcp(host, port, timeout), ResultCode::kConnectFailed);
-    EXPECT_EQ(lumo::GetThreadError(), thread_error);
+    EXPECT_EQ(base::GetThreadError(), thread_error);
     if (timeout == kShort) EXPECT_GE(::GetTickCount64() - begin + 16, kShort);
     EXPECT_EQ(client->GetSocket(), INVALID_SOCKET);
   }
@@ -126,7 +126,7 @@ TEST(Socket, IsInTheModeThatItsLastOperationLeaves) {
   EXPECT_TRUE(IsBlocking(socket.handle())) << "after an open and a send";
   ::shutdown(socket.handle(), SD_SEND);
   EXPECT_EQ(socket.SendAll(data, 100), -1);
-  EXPECT_EQ(lumo::GetThreadError(), static_cast<std::uint32_t>(WSAESHUTDOWN));
+  EXPECT_EQ(base::GetThreadError(), static_cast<std::uint32_t>(WSAESHUTDOWN));
   EXPECT_FALSE(IsBlocking(socket.handle())) << "after a send that failed";
   EXPECT_EQ(socket.Receive(data, 1), -1);
   EXPECT_TRUE(IsBlocking(socket.handle())) << "after a receive that timed out behind it";

@@ -1,16 +1,16 @@
 // Requests, replies and headers against the reference vectors, natively under sanitizers: in both
 // directions, in pieces of every size, cut at every byte.
-#include "net/exchange.h"
+#include "net/wire/exchange.h"
 
-#include "lumo/list.h"
-#include "lumo/map.h"
-#include "lumo/memory_reader.h"
-#include "lumo/memory_writer.h"
+#include "base/ring_buffer.h"
+#include "base/thread_error.h"
+#include "lumo/codec/memory_reader.h"
+#include "lumo/codec/memory_writer.h"
 #include "lumo/reference.h"
-#include "lumo/thread_error.h"
+#include "lumo/value/list.h"
+#include "lumo/value/map.h"
 #include "net/memory_transport.h"
-#include "net/ring_buffer.h"
-#include "net/transport_header.h"
+#include "net/wire/transport_header.h"
 
 namespace TAVU::test {
 namespace {
@@ -111,11 +111,11 @@ TEST(Requests, CountAsWrittenUpToTheLastPacket) {
     MemoryTransport transport;
     transport.good_sends = c[2];
     transport.bad_send = c[3];
-    lumo::SetThreadError(7);
+    base::SetThreadError(7);
     const Value argument = Value::BorrowBinary(std::span(block).first(c[1]));
     const Carrier carrier = c[0] == "udp" ? Carrier::kDatagrams : Carrier::kStream;
     EXPECT_EQ(QTC::WriteRequest(transport, "tavu_server", argument, carrier), c[4]) << c;
-    EXPECT_EQ(lumo::GetThreadError(), c[5]) << c;
+    EXPECT_EQ(base::GetThreadError(), c[5]) << c;
     EXPECT_EQ(transport.sends.size(), transport.good_sends) << c;
   }
 }
@@ -239,14 +239,14 @@ TEST(Headers, FromStrangers) {
 
 // Three in, one out, so that the block wraps and grows when its oldest element lies anywhere in it.
 TEST(RingBuffer, KeepsTheOrderWhileItGrowsAroundItsEnd) {
-  QTC::RingBuffer<std::unique_ptr<int>> queue;
+  base::RingBuffer<std::unique_ptr<int>> queue;
   int out = 0;
   for (int in = 0; in < 3000; ++in) {
     queue.MakeRoom();
     queue.Push(std::make_unique<int>(in));
     if (in % 3 == 2) ASSERT_EQ(*queue.Pop(), out++);
   }
-  QTC::RingBuffer<std::unique_ptr<int>> moved = std::move(queue);
+  base::RingBuffer<std::unique_ptr<int>> moved = std::move(queue);
   EXPECT_TRUE(queue.empty());  // NOLINT(bugprone-use-after-move): it is empty and usable
   while (!moved.empty()) ASSERT_EQ(*moved.Pop(), out++);
   EXPECT_EQ(out, 3000);

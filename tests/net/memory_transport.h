@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "net/transport.h"
+#include "net/wire/transport.h"
 
 namespace TAVU::test {
 

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "body_scanner.h"
-#include "lumo/codec.h"
-#include "lumo/memory_reader.h"
+#include "lumo/codec/codec.h"
+#include "lumo/codec/memory_reader.h"
 #include "request_scanner.h"
 #include "support/vectors.h"
 

@@ -13,10 +13,10 @@
 #include "crash_reporter/pairs.h"
 #include "crash_reporter/scoped.h"
 #include "crash_reporter/texts.h"
-#include "lumo/map.h"
-#include "lumo/memory_reader.h"
-#include "lumo/value.h"
-#include "net/exchange.h"
+#include "lumo/codec/memory_reader.h"
+#include "lumo/value/map.h"
+#include "lumo/value/value.h"
+#include "net/wire/exchange.h"
 #include "support/scripted_server.h"
 
 namespace crash_reporter {

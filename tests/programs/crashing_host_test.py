@@ -1,5 +1,5 @@
 """What the crash handler does not see, as docs/crashes.md tables it: the ends that a runtime gives its
-process, and a crash of the host's own callback; and the source lines that scripts/explain finds. The
+process, and a crash of the host's own callback; and the source lines that tools/explain finds. The
 other ways to crash are the crash handler's own tests.
 
     crashing_host_test.py WINE tavu_crashing_host.exe
@@ -53,7 +53,7 @@ class CrashingHostTest(unittest.TestCase):
         failing = next(n for n, line in enumerate(lines, 1) if '(g_nowhere) = 1;' in line)
         folder, host = self.start('thread')
         host.wait(SECONDS)
-        output = subprocess.run([ROOT / 'scripts/explain', folder, '--symbols', HOST.parent],
+        output = subprocess.run([ROOT / 'tools/explain', folder, '--symbols', HOST.parent],
                                 stdout=subprocess.PIPE, text=True, check=True).stdout
         self.assertIn('EXCEPTION_ACCESS_VIOLATION writing 0x00000010', output)
         for stack in ('document', 'dump'):

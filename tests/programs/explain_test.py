@@ -1,4 +1,4 @@
-"""scripts/explain on recorded documents and on broken files."""
+"""tools/explain on recorded documents and on broken files."""
 import os
 import pathlib
 import re
@@ -6,7 +6,7 @@ import subprocess
 import tempfile
 import unittest
 
-EXPLAIN = pathlib.Path(__file__).resolve().parents[2] / 'scripts/explain'
+EXPLAIN = pathlib.Path(__file__).resolve().parents[2] / 'tools/explain'
 
 # As the library writes it; the host's own text makes it malformed.
 DOCUMENT = b'''<TAVUCrashInfo>

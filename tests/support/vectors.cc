@@ -5,10 +5,10 @@
 #include <memory>
 #include <span>
 
-#include "lumo/big_int.h"
-#include "lumo/list.h"
-#include "lumo/map.h"
-#include "lumo/table.h"
+#include "lumo/value/big_int.h"
+#include "lumo/value/list.h"
+#include "lumo/value/map.h"
+#include "lumo/value/table.h"
 
 namespace TAVU::test {
 

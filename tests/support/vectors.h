@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "lumo/value.h"
+#include "lumo/value/value.h"
 
 namespace TAVU::test {
 

@@ -9,9 +9,9 @@
 
 #include "api/frame/export_frame.h"
 #include "api/frame/host_text.h"
-#include "crash/crash_filter.h"
-#include "crash/crash_handler.h"
-#include "crash/filter_installation.h"
+#include "crash/filter/crash_filter.h"
+#include "crash/filter/crash_handler.h"
+#include "crash/filter/filter_installation.h"
 
 namespace TAVU::api {
 namespace {

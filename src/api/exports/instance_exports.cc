@@ -4,7 +4,7 @@
 
 #include "api/frame/export_frame.h"
 #include "api/frame/host_text.h"
-#include "crash/filter_installation.h"
+#include "crash/filter/filter_installation.h"
 
 namespace TAVU::api {
 namespace {

@@ -8,8 +8,8 @@
 
 #include "api/frame/api_lock.h"
 #include "api/frame/instance_record.h"
-#include "lumo/hash.h"
-#include "lumo/singleton.h"
+#include "base/singleton.h"
+#include "lumo/value/hash.h"
 
 namespace TAVU::api {
 
@@ -22,7 +22,7 @@ using Handle = std::uint64_t;
 class InstanceRegistry {
  public:
   // The one of the process. Throws std::logic_error after process exit has destroyed it.
-  [[nodiscard]] static InstanceRegistry& Get() { return lumo::Singleton<InstanceRegistry>::Get(); }
+  [[nodiscard]] static InstanceRegistry& Get() { return base::Singleton<InstanceRegistry>::Get(); }
 
   // Takes the record over and returns its handle; 0 when the handle is there already (the record is
   // destroyed then). May throw std::bad_alloc; the record is destroyed then too.
@@ -43,7 +43,7 @@ class InstanceRegistry {
   [[nodiscard]] static std::size_t BucketOf(Handle handle) noexcept;
 
  private:
-  friend class lumo::Singleton<InstanceRegistry>;
+  friend class base::Singleton<InstanceRegistry>;
   InstanceRegistry() noexcept = default;
 
   struct Entry {

@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "net/slim_lock.h"
+#include "base/slim_lock.h"
 
 namespace TAVU::api {
 namespace {
@@ -19,7 +19,7 @@ struct Cell {
 };
 
 constinit DWORD tlsIndex = TLS_OUT_OF_INDEXES;
-constinit QTC::SlimLock listLock;
+constinit base::SlimLock listLock;
 constinit Cell* firstCell = nullptr;
 
 // TlsGetValue clears the thread's system error, which belongs to the host and to the network layer.
@@ -35,7 +35,7 @@ class SystemErrorKeeper {
 };
 
 void Link(Cell* cell) noexcept {
-  const QTC::SlimLock::Guard guard(listLock);
+  const base::SlimLock::Guard guard(listLock);
   cell->next = firstCell;
   cell->link = &firstCell;
   if (firstCell != nullptr) firstCell->link = &cell->next;
@@ -43,13 +43,13 @@ void Link(Cell* cell) noexcept {
 }
 
 void Unlink(Cell* cell) noexcept {
-  const QTC::SlimLock::Guard guard(listLock);
+  const base::SlimLock::Guard guard(listLock);
   *cell->link = cell->next;
   if (cell->next != nullptr) cell->next->link = cell->link;
 }
 
 Cell* TakeAll() noexcept {
-  const QTC::SlimLock::Guard guard(listLock);
+  const base::SlimLock::Guard guard(listLock);
   return std::exchange(firstCell, nullptr);
 }
 

@@ -1,0 +1,105 @@
+#include "net/wire/exchange.h"
+
+#include <string>
+
+#include "lumo/codec/codec.h"
+#include "net/wire/connection_buffers.h"
+#include "net/wire/packet_stream.h"
+#include "net/wire/transport_header.h"
+
+namespace TAVU::QTC {
+
+using lumo::Value;
+using lumo::ValueType;
+
+namespace {
+
+// A value that must be there: an end tag in its place is none.
+bool ReadWholeValue(lumo::ByteSource& source, Value& out) {
+  return lumo::ReadValue(source, out) && out.type() != ValueType::kEnd;
+}
+
+bool ReadReplyBody(lumo::ByteSource& body, Message& reply) {
+  if (!reply.ReadHead(body)) return false;
+  // Only a reply that is no fault has a result; a call or a message is told by its head alone.
+  if (reply.kind != MessageKind::kReply || reply.is_fault) return true;
+  Value result;
+  return ReadWholeValue(body, result);
+}
+
+bool ReadRequestBody(lumo::ByteSource& body, Message& request, Value& argument) {
+  std::uint8_t end = 0;
+  return request.ReadHead(body) && request.kind == MessageKind::kCall &&
+         ReadWholeValue(body, argument) && body.ReadByte(end) && end == lumo::tag::kEnd;
+}
+
+// `head` up to its values, then `value` and the end tag, in packets not yet closed.
+bool WriteBody(PacketWriter& body, const Message& head, const Value& value) {
+  return head.WriteHead(body) && lumo::WriteValue(body, value) && lumo::EndContainer(body) &&
+         body.Flush();
+}
+
+bool WriteCall(ConnectionWriter& writer, const Message& call, const Value& argument) {
+  PacketWriter body(writer);
+  const bool written = TransportHeader().Write(writer) && WriteBody(body, call, argument);
+  // On every way out, and not looked at: see WriteRequest.
+  static_cast<void>(body.Close());
+  static_cast<void>(writer.Flush());
+  return written;
+}
+
+}  // namespace
+
+bool WriteRequest(Transport& connection, std::string_view method, const Value& argument,
+                  Carrier carrier) {
+  Message call;
+  call.kind = MessageKind::kCall;
+  call.method = method;
+  if (carrier == Carrier::kDatagrams) {
+    BufferedWriter writer(connection);
+    return WriteCall(writer, call, argument);
+  }
+  GatheringWriter writer(connection);
+  return WriteCall(writer, call, argument);
+}
+
+bool ReadReply(Transport& connection, Message& reply) {
+  reply.Reset();
+  BufferedReader reader(connection, kLongestReply);
+  TransportHeader header;
+  if (!header.Read(reader)) return false;
+  if (header.HasUnpacketedBody()) return ReadReplyBody(reader, reply);
+  PacketReader body(reader);
+  return ReadReplyBody(body, reply);
+}
+
+bool ReadRequest(lumo::ByteSource& connection, Message& request, Value& argument) {
+  request.Reset();
+  TransportHeader header;
+  if (!header.Read(connection)) return false;
+  if (header.HasUnpacketedBody()) return ReadRequestBody(connection, request, argument);
+  PacketReader body(connection);
+  return ReadRequestBody(body, request, argument) && body.ReadEnd();
+}
+
+bool WriteResultReply(lumo::ByteSink& connection, const Value& result) {
+  Message reply;
+  reply.kind = MessageKind::kReply;
+  PacketWriter body(connection);
+  return TransportHeader().Write(connection) && WriteBody(body, reply, result) && body.Close();
+}
+
+bool WriteFaultReply(lumo::ByteSink& connection, const Fault& fault) {
+  Message reply;
+  reply.kind = MessageKind::kReply;
+  reply.is_fault = true;
+  reply.fault.code = fault.code;
+  reply.fault.message = fault.message;  // shallow: `fault` outlives the reply
+  reply.fault.detail = fault.detail;
+  PacketWriter body(connection);
+  return TransportHeader().Write(connection) && reply.WriteHead(body) && lumo::EndContainer(body) &&
+         lumo::WriteValue(body, Value()) && lumo::EndContainer(body) && body.Flush() &&
+         body.Close();
+}
+
+}  // namespace TAVU::QTC

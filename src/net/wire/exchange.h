@@ -1,0 +1,61 @@
+// Whole messages on a connection: transport header, packets, envelope, values.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "lumo/codec/byte_stream.h"
+#include "lumo/value/value.h"
+#include "net/wire/message.h"
+#include "net/wire/transport.h"
+
+namespace TAVU::QTC {
+
+// All of these throw std::bad_alloc when memory is exhausted, and only then.
+
+// --- The calling side -------------------------------------------------------------------------
+
+enum class Carrier {
+  kDatagrams,  // 2048 bytes a send, which is a datagram, and a last shorter one
+  kStream,     // as few sends as possible; large texts and binaries from where they lie
+};
+
+// Writes a call of `method` with one argument. The bytes are the same on both carriers.
+//
+// Kept on purpose, because hosts and servers have long lived with it:
+// - The result tells of everything up to the last packet of the body. The end packet and the last
+//   send behind it are not looked at, so that a request which fits into the buffers counts as
+//   written even when its send fails.
+// - A request that fails on the way, say over an argument without an encoding, still gets its end
+//   packet: the server sees a broken request at once instead of waiting for the rest of one.
+[[nodiscard]] bool WriteRequest(Transport& connection, std::string_view method,
+                                const lumo::Value& argument, Carrier carrier);
+
+// Bytes of a reply that are received at the most. A few tell all that counts, and one without an
+// end must not take the host's memory, of which decoded values need many times their bytes.
+inline constexpr std::size_t kLongestReply = 1 << 20;
+
+// Reads the next message on the connection, a reply's result value included (which is dropped). A
+// reply with a fault is read to the fault's own end and no further, because peers differ in whether
+// a result follows, and none must be waited for. False when the bytes are no message or too many.
+//
+// The time-out of the connection bounds each receive and not the whole reply: a peer that sends a
+// byte now and then keeps the reader waiting as long as it likes.
+[[nodiscard]] bool ReadReply(Transport& connection, Message& reply);
+
+// --- The answering side -----------------------------------------------------------------------
+
+// Reads a call: header, body (packets or, with header field 0, none), method, one argument and the
+// end tag, and the end packet after packets. False when the bytes are no such call. Safe for any
+// bytes; the caller bounds how many it lets come.
+[[nodiscard]] bool ReadRequest(lumo::ByteSource& connection, Message& request,
+                               lumo::Value& argument);
+
+// Write a whole reply, end packet included. A fault's entries are closed by an end tag, behind
+// which a null result and the message's own end tag follow: a reader that takes the fault for the
+// whole message stops at the first, one that expects a result in every reply finds it.
+[[nodiscard]] bool WriteResultReply(lumo::ByteSink& connection, const lumo::Value& result);
+[[nodiscard]] bool WriteFaultReply(lumo::ByteSink& connection, const Fault& fault);
+
+}  // namespace TAVU::QTC

@@ -1,0 +1,42 @@
+// The envelope of a remote call in both directions: a kind, then a method's name and arguments, or
+// a reply's result or fault. Both ends use this one: the library writes calls and reads replies,
+// a collector reads calls and writes replies.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "lumo/codec/byte_stream.h"
+#include "lumo/value/value.h"
+
+namespace TAVU::QTC {
+
+enum class MessageKind : std::uint32_t { kMessage = 0, kCall = 1, kReply = 2 };
+
+struct Fault {
+  std::int32_t code = 0;
+  lumo::Value message;  // a string, or null while absent
+  lumo::Value detail;   // of any type; null while absent
+};
+
+struct Message {
+  MessageKind kind = MessageKind::kCall;
+  std::string method;     // of a call; empty otherwise
+  bool is_fault = false;  // of a reply
+  Fault fault;            // meaningful when is_fault
+
+  void Reset();
+
+  // Writes the part in front of the arguments: kind, version, and a call's method name (its length
+  // modulo 65536) or a fault with its three entries. Values and the end tag follow by the caller.
+  // A fault ends with its entries: no end tag and no result stands behind them here.
+  [[nodiscard]] bool WriteHead(lumo::ByteSink& sink) const;
+
+  // Reads the part in front of the arguments. A fault is read to its own end tag; its entries must
+  // have their types ("code" an int, "message" a string), an entry of another key is skipped with
+  // its value. False on anything else.
+  [[nodiscard]] bool ReadHead(lumo::ByteSource& source);
+};
+
+}  // namespace TAVU::QTC
