@@ -25,8 +25,9 @@ base::ScopedHandle NewEvent(Reset reset) noexcept {
 
 }  // namespace
 
-// What the sender and its worker share. Whoever of the two lets go last frees it: a worker whose
-// start took too long may begin when its sender is long gone.
+// What the sender and its worker share. Whichever of the two lets go last frees it, the events
+// included: a worker whose start took too long may begin after its sender is gone, and would
+// otherwise wait on handles that belong to somebody else by then.
 class AsyncSender::Context {
  public:
   Context(const Endpoint& server, PendingOnStop pending, Protocol protocol)
@@ -42,8 +43,6 @@ class AsyncSender::Context {
   [[nodiscard]] bool Start() noexcept;
   [[nodiscard]] bool Enqueue(const char* method, lumo::Value argument);
   void Stop() noexcept;
-  // Of a sender that has been stopped.
-  void CloseEvents() noexcept;
   void Release() noexcept;
 
   [[nodiscard]] ResultCode LastCode() noexcept;
@@ -52,9 +51,14 @@ class AsyncSender::Context {
  private:
   enum class State { kRunning, kStopRequested, kStopped };
   enum class Step { kCalled, kIdle, kStopped };
+  struct PendingCall {
+    std::string method;
+    lumo::Value argument;
+  };
 
   ~Context() {
-    // Required: these two stay open; every sender leaves two handles behind.
+    // These two stay open: each sender leaves two handles behind, as a host that counts its handles
+    // can see.
     static_cast<void>(started_event_.Release());
     static_cast<void>(thread_.Release());
   }
@@ -80,8 +84,7 @@ class AsyncSender::Context {
   State state_ = State::kRunning;
   bool started_ = false;
   bool idle_ = false;  // the worker has seen an empty queue, and nobody has woken it since
-  base::RingBuffer<std::string> methods_;    // the two always
-  base::RingBuffer<lumo::Value> arguments_;  // have the same size
+  base::RingBuffer<PendingCall> calls_;
   ResultCode last_code_ = ResultCode::kSuccess;
   lumo::BasicString<char> last_error_text_;
 };
@@ -108,51 +111,34 @@ bool AsyncSender::Context::Start() noexcept {
 }
 
 bool AsyncSender::Context::Enqueue(const char* method, lumo::Value argument) {
-  std::string name(method == nullptr ? "" : method);
-  bool wake = false;
-  {
-    const base::SlimLock::Guard held(lock_);
-    if (!started_ || state_ != State::kRunning) return false;
-    methods_.MakeRoom();
-    arguments_.MakeRoom();
-    methods_.Push(std::move(name));
-    arguments_.Push(std::move(argument));
-    wake = std::exchange(idle_, false);
-  }
-  // A system call, spared while the worker is at work: it looks at the queue before it waits.
-  if (wake) ::SetEvent(work_event_.get());
+  PendingCall call = {method == nullptr ? "" : method, std::move(argument)};
+  const base::SlimLock::Guard held(lock_);
+  // That the worker has started need not be asked: Create gives out no other sender.
+  if (state_ != State::kRunning) return false;
+  calls_.MakeRoom();
+  calls_.Push(std::move(call));
+  // A system call, spared while the worker is busy: it looks at the queue before it waits. Inside
+  // the lock, because a thread that was suspended between the two would leave this call, and all
+  // that others queue after it, to a worker that sleeps.
+  if (std::exchange(idle_, false)) ::SetEvent(work_event_.get());
   return true;
 }
 
 void AsyncSender::Context::Stop() noexcept {
-  base::RingBuffer<std::string> dropped_methods;  // freed behind the lock
-  base::RingBuffer<lumo::Value> dropped_arguments;
+  base::RingBuffer<PendingCall> dropped;  // freed after the lock
   bool started = false;
   {
     const base::SlimLock::Guard held(lock_);
-    if (pending_ == PendingOnStop::kDiscard) {
-      dropped_methods = std::move(methods_);
-      dropped_arguments = std::move(arguments_);
-    }
+    if (pending_ == PendingOnStop::kDiscard) dropped = std::move(calls_);
     if (state_ == State::kRunning) state_ = State::kStopRequested;
     started = started_;
+    ::SetEvent(work_event_.get());
   }
-  ::SetEvent(work_event_.get());
-  if (!started) return;
+  if (!started) return;  // a worker that begins from here on finds that it is to stop
   // The thread is waited for as well: at the end of the process the system has ended it already,
   // and it will not report any more.
   const HANDLE either[] = {stopped_event_.get(), thread_.get()};
   ::WaitForMultipleObjects(2, either, FALSE, INFINITE);
-}
-
-void AsyncSender::Context::CloseEvents() noexcept {
-  {
-    const base::SlimLock::Guard held(lock_);
-    // A worker that has not begun yet needs them; the last owner closes them then.
-    if (!started_) return;
-  }
-  work_event_.Reset();
-  stopped_event_.Reset();
 }
 
 void AsyncSender::Context::Release() noexcept {
@@ -176,7 +162,7 @@ unsigned __stdcall AsyncSender::Context::ThreadMain(void* context) noexcept {
   const HMODULE module = own->module_;
   own->Work();
   own->Release();
-  // The library may have been freed by everybody else: there is no code to return to behind this.
+  // The library may have been freed by everybody else: there is no code to return to after this.
   ::FreeLibraryAndExitThread(module, 0);  // cppcheck-suppress missingReturn
 }
 
@@ -193,15 +179,14 @@ void AsyncSender::Context::Work() noexcept {
     while (step == Step::kCalled) step = CallNext();
     if (step == Step::kStopped) break;
   }
-  ::SetEvent(stopped_event_.get());  // the sender may be gone, and the events with it, from here on
+  ::SetEvent(stopped_event_.get());
 }
 
 AsyncSender::Context::Step AsyncSender::Context::CallNext() noexcept {
-  std::string method;
-  lumo::Value argument;
+  PendingCall call;
   {
     const base::SlimLock::Guard held(lock_);
-    if (methods_.empty()) {
+    if (calls_.empty()) {
       // In one go with the look at the queue, so that nothing can be queued in between and be lost.
       if (state_ == State::kRunning) {
         idle_ = true;
@@ -210,13 +195,12 @@ AsyncSender::Context::Step AsyncSender::Context::CallNext() noexcept {
       state_ = State::kStopped;
       return Step::kStopped;
     }
-    method = methods_.Pop();
-    argument = arguments_.Pop();
+    call = calls_.Pop();
   }
   lumo::BasicString<char> error_text;
   ResultCode code = ResultCode::kSuccess;
   const Endpoint server = {host_.c_str(), port_, timeout_ms_};
-  CallOnce(server, protocol_, method.c_str(), argument, error_text, code);
+  CallOnce(server, protocol_, call.method.c_str(), call.argument, error_text, code);
   const base::SlimLock::Guard held(lock_);
   last_code_ = code;
   last_error_text_ = std::move(error_text);
@@ -246,7 +230,6 @@ std::unique_ptr<AsyncSender> AsyncSender::Create(const Endpoint& server, Pending
 
 AsyncSender::~AsyncSender() {
   context_->Stop();
-  context_->CloseEvents();
 }
 
 bool AsyncSender::Enqueue(const char* method, lumo::Value argument) noexcept {

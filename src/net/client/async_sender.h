@@ -7,7 +7,7 @@
 // was accepted is made, or dropped only because of kDiscard.
 //
 // The host may go away at any time. It may end with senders alive: the system ends the worker, and
-// nothing here waits for it. It may free the library with senders alive, or right behind their
+// nothing here waits for it. It may free the library with senders alive, or right after their
 // destruction: the worker holds the module that its code lies in until its last instruction.
 #pragma once
 
@@ -25,15 +25,16 @@ enum class PendingOnStop { kDeliver, kDiscard };
 class AsyncSender {
  public:
   // Null when memory, an event or the thread could not be had, or when the thread did not report
-  // itself within 1000 ms; a thread that comes later finds that it is to stop, and what it works on
-  // is there until then. `host` is copied; null gives null.
+  // itself within 1000 ms. A thread that begins later finds that it is to stop; all that it uses,
+  // its events included, stays until it has ended. `host` is copied; null gives null.
   [[nodiscard]] static std::unique_ptr<AsyncSender> Create(const Endpoint& server,
                                                            PendingOnStop pending,
                                                            Protocol protocol) noexcept;
   AsyncSender(const AsyncSender&) = delete;
   AsyncSender& operator=(const AsyncSender&) = delete;
-  // Stops. Closes the work and the stopped event. Kept: the started event and the thread's handle
-  // stay open for good, two handles for each sender; a host makes one sender and keeps it.
+  // Stops. The work and the stopped event are closed as soon as the worker has ended too. The
+  // started event and the thread's handle stay open for good, two handles for each sender; a host
+  // makes one sender and uses it for as long as it runs.
   ~AsyncSender();
 
   // Queues a call and returns at once, in amortised constant time. Takes `argument` as it is, so it

@@ -24,7 +24,7 @@ bool CallOnce(const Endpoint& server, Protocol protocol, const char* method,
   const QtcClientPtr client = CreateQtcClient();
   code = ResultCode::kStreamFault;
   if (client) {
-    // Kept: called after a failed open, too, and the call's code is the one that counts.
+    // Called after a failed open too: the header says who sees the difference.
     static_cast<void>(Open(*client, server, protocol));
     code = client->Call(method, argument);
   }

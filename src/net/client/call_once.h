@@ -8,8 +8,9 @@
 
 namespace TAVU::QTC {
 
-// Opens, calls, releases. Kept on purpose: the call is made after a failed open too, and its code
-// replaces the open's, so that a failed open with a call that reports no error ends as kSuccess.
+// Opens, calls, releases. The call is made after a failed open too, and its code replaces the
+// open's. A client that never opened expects no reply, so a call to a server that cannot be reached
+// can end as kSuccess, and kConnectFailed is never the result.
 // `error_text` gets the final code's text (cleared for kSuccess, left as it is for a code without a
 // text or when memory for it is exhausted). Always returns true. Never throws; without memory for a
 // client the code is kStreamFault.

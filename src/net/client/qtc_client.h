@@ -13,8 +13,8 @@
 namespace TAVU::QTC {
 
 // Life: not open → open (TCP or UDP) → closed. Used by one thread at a time; never throws.
-// Texts are narrow and zero-terminated; time-outs are milliseconds, and all-ones (as any value with
-// the top bit set) waits without limit.
+// Texts are narrow and zero-terminated; time-outs are milliseconds. One with the top bit set
+// connects without limit, and still bounds every receive; only all-ones bounds no receive either.
 class IQtcClient {
  public:
   // Connects within `timeout_ms`, which then bounds every receive. kConnectFailed when that fails,
