@@ -16,11 +16,11 @@
  * texts end in a zero. The library copies what it keeps: a pointer that the host passes in is
  * needed only until the call returns. Text that the system cannot convert is kept, or sent, empty.
  *
- * RESULTS. A function that returns bool returns true for success. After a failure, and only then,
- * TAVU_GetLastError tells the reason; success never clears the code of an earlier failure. Where
- * several checks fail, the code is that of the first, in the order in which a function lists them.
- * A failing call changes no setting. No function lets a C++ exception out. When memory runs out,
- * a function fails and leaves the code TAVU_ERROR_INVALID_ARGUMENT; a sender,
+ * RESULTS. A function that returns TAVU_BOOL returns true for success. After a failure, and only
+ * then, TAVU_GetLastError tells the reason; success never clears the code of an earlier failure.
+ * Where several checks fail, the code is that of the first, in the order in which a function lists
+ * them. A failing call changes no setting. No function lets a C++ exception out. When memory runs
+ * out, a function fails and leaves the code TAVU_ERROR_INVALID_ARGUMENT; a sender,
  * TAVU_ERROR_CALL_FAILED.
  *
  * THREADS AND THE LOCK. Every function may be called from every thread. All but TAVU_GetLastError
@@ -38,6 +38,9 @@
  * UNLOADING. The library may be loaded late, with threads running, and unloaded again. Before it is
  * unloaded, no thread may be inside it, each TAVU_LUADUMP_SENDER must be destroyed and the crash
  * handler stopped. When the whole process ends nothing need be given up.
+ *
+ * NETWORK. Nothing on the wire is encrypted, and nothing proves who the server or the sender is:
+ * whoever can read the traffic reads records, files and dumps.
  *
  * CRASHES. See TAVU_StartCrashHandler.
  */
@@ -66,6 +69,21 @@
 
 #ifdef __cplusplus
 extern "C" {
+#endif
+
+/*
+ * Booleans of 8 bits: bool. TAVU_FLAG is what the host gives, as an argument or as the result of a
+ * function of its own; every byte but 0 is true. TAVU_BOOL is a result of the library, 0 or 1, and
+ * so is the whole 32-bit register that carries it, for callers that take it for an int, as the
+ * foreign-function layers of many languages do. The library itself reads a byte and returns an int:
+ * a bool that holds anything but 0 and 1 has no meaning in C++.
+ */
+#if defined(TAVU_BUILDING_LIBRARY)
+typedef unsigned char TAVU_FLAG;
+typedef int32_t TAVU_BOOL;
+#else
+typedef bool TAVU_FLAG;
+typedef bool TAVU_BOOL;
 #endif
 
 /* An instance; null is none. Opaque. */
@@ -152,7 +170,7 @@ TAVU_API TAVU_HANDLE TAVU_CALL TAVU_CreateW(const wchar_t* softwareId, const wch
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_Destroy(TAVU_HANDLE handle);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_Destroy(TAVU_HANDLE handle);
 
 /* ---- Settings of an instance ----------------------------------------------------------------- */
 
@@ -166,9 +184,10 @@ TAVU_API bool TAVU_CALL TAVU_Destroy(TAVU_HANDLE handle);
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_SetReportServerA(TAVU_HANDLE handle, const char* host, uint16_t port);
-TAVU_API bool TAVU_CALL TAVU_SetReportServerW(TAVU_HANDLE handle, const wchar_t* host,
-                                              uint16_t port);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetReportServerA(TAVU_HANDLE handle, const char* host,
+                                                   uint16_t port);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetReportServerW(TAVU_HANDLE handle, const wchar_t* host,
+                                                   uint16_t port);
 
 /*
  * Reads the report server.
@@ -187,10 +206,10 @@ TAVU_API bool TAVU_CALL TAVU_SetReportServerW(TAVU_HANDLE handle, const wchar_t*
  *   TAVU_ERROR_INVALID_ARGUMENT  capacity is less than the length of the host in ANSI bytes
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_GetReportServerA(TAVU_HANDLE handle, uint16_t* port, char* buffer,
-                                              int32_t capacity);
-TAVU_API bool TAVU_CALL TAVU_GetReportServerW(TAVU_HANDLE handle, uint16_t* port, wchar_t* buffer,
-                                              int32_t capacity);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_GetReportServerA(TAVU_HANDLE handle, uint16_t* port, char* buffer,
+                                                   int32_t capacity);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_GetReportServerW(TAVU_HANDLE handle, uint16_t* port,
+                                                   wchar_t* buffer, int32_t capacity);
 
 /*
  * Sets the identifier of the application's user, which every record carries and which the crash
@@ -200,8 +219,8 @@ TAVU_API bool TAVU_CALL TAVU_GetReportServerW(TAVU_HANDLE handle, uint16_t* port
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_SetUserIDA(TAVU_HANDLE handle, const char* userId);
-TAVU_API bool TAVU_CALL TAVU_SetUserIDW(TAVU_HANDLE handle, const wchar_t* userId);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetUserIDA(TAVU_HANDLE handle, const char* userId);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetUserIDW(TAVU_HANDLE handle, const wchar_t* userId);
 
 /*
  * Reads the user identifier.
@@ -218,8 +237,9 @@ TAVU_API bool TAVU_CALL TAVU_SetUserIDW(TAVU_HANDLE handle, const wchar_t* userI
  *   TAVU_ERROR_INVALID_ARGUMENT  capacity is less than the length in UTF-16 units
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_GetUserIDA(TAVU_HANDLE handle, char* buffer, uint32_t capacity);
-TAVU_API bool TAVU_CALL TAVU_GetUserIDW(TAVU_HANDLE handle, wchar_t* buffer, uint32_t capacity);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_GetUserIDA(TAVU_HANDLE handle, char* buffer, uint32_t capacity);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_GetUserIDW(TAVU_HANDLE handle, wchar_t* buffer,
+                                             uint32_t capacity);
 
 /*
  * Sets how long, in milliseconds, the instance's senders wait for a connection, and then for each
@@ -229,7 +249,7 @@ TAVU_API bool TAVU_CALL TAVU_GetUserIDW(TAVU_HANDLE handle, wchar_t* buffer, uin
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t milliseconds);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t milliseconds);
 
 /* ---- Log records ----------------------------------------------------------------------------- */
 
@@ -253,14 +273,18 @@ TAVU_API bool TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t milliseconds
  * connection, as long as the server is slow to take the data, and up to the time-out whenever its
  * reply makes no progress. All the while every other call waits too.
  */
-TAVU_API bool TAVU_CALL TAVU_SendLog_TCPA(TAVU_HANDLE handle, int32_t level, const char* logType,
-                                          const char* extraData, const char* message);
-TAVU_API bool TAVU_CALL TAVU_SendLog_TCPW(TAVU_HANDLE handle, int32_t level, const wchar_t* logType,
-                                          const wchar_t* extraData, const wchar_t* message);
-TAVU_API bool TAVU_CALL TAVU_SendLog_UDPA(TAVU_HANDLE handle, int32_t level, const char* logType,
-                                          const char* extraData, const char* message);
-TAVU_API bool TAVU_CALL TAVU_SendLog_UDPW(TAVU_HANDLE handle, int32_t level, const wchar_t* logType,
-                                          const wchar_t* extraData, const wchar_t* message);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendLog_TCPA(TAVU_HANDLE handle, int32_t level,
+                                               const char* logType, const char* extraData,
+                                               const char* message);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendLog_TCPW(TAVU_HANDLE handle, int32_t level,
+                                               const wchar_t* logType, const wchar_t* extraData,
+                                               const wchar_t* message);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendLog_UDPA(TAVU_HANDLE handle, int32_t level,
+                                               const char* logType, const char* extraData,
+                                               const char* message);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendLog_UDPW(TAVU_HANDLE handle, int32_t level,
+                                               const wchar_t* logType, const wchar_t* extraData,
+                                               const wchar_t* message);
 
 /* ---- Files and crash information ------------------------------------------------------------- */
 
@@ -278,10 +302,10 @@ TAVU_API bool TAVU_CALL TAVU_SendLog_UDPW(TAVU_HANDLE handle, int32_t level, con
  *   TAVU_ERROR_CALL_FAILED     as for log records over TCP
  * Blocks: as a log record over TCP, and for as long as the data takes to send.
  */
-TAVU_API bool TAVU_CALL TAVU_SendFileA(TAVU_HANDLE handle, uint64_t length, const void* data,
-                                       const char* description, const char* message);
-TAVU_API bool TAVU_CALL TAVU_SendFileW(TAVU_HANDLE handle, uint64_t length, const void* data,
-                                       const wchar_t* description, const wchar_t* message);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendFileA(TAVU_HANDLE handle, uint64_t length, const void* data,
+                                            const char* description, const char* message);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendFileW(TAVU_HANDLE handle, uint64_t length, const void* data,
+                                            const wchar_t* description, const wchar_t* message);
 
 /*
  * Sends what a crash left behind, as the crash handler wrote it or the host itself, over TCP. Both
@@ -301,12 +325,13 @@ TAVU_API bool TAVU_CALL TAVU_SendFileW(TAVU_HANDLE handle, uint64_t length, cons
  *   TAVU_ERROR_CALL_FAILED     as for log records over TCP
  * Blocks: as TAVU_SendFile*, and while the files are read.
  */
-TAVU_API bool TAVU_CALL TAVU_SendCrashInfo(TAVU_HANDLE handle, const char* message,
-                                           const char* description, const char* documentPath,
-                                           const char* dumpPath);
-TAVU_API bool TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar_t* message,
-                                            const wchar_t* description, const wchar_t* documentPath,
-                                            const wchar_t* dumpPath);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendCrashInfo(TAVU_HANDLE handle, const char* message,
+                                                const char* description, const char* documentPath,
+                                                const char* dumpPath);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar_t* message,
+                                                 const wchar_t* description,
+                                                 const wchar_t* documentPath,
+                                                 const wchar_t* dumpPath);
 
 /* ---- The crash handler ----------------------------------------------------------------------- */
 
@@ -349,7 +374,7 @@ TAVU_API bool TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar_t* m
  *                             stay loaded: filter and entry lead into it.
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_StartCrashHandler(TAVU_HANDLE handle);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_StartCrashHandler(TAVU_HANDLE handle);
 
 /*
  * Removes the crash handler: the filter that was there before is in place again, and
@@ -359,7 +384,7 @@ TAVU_API bool TAVU_CALL TAVU_StartCrashHandler(TAVU_HANDLE handle);
  *   no code at all             the instance does not own the crash handler, or there is none
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_StopCrashHandler(TAVU_HANDLE handle);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_StopCrashHandler(TAVU_HANDLE handle);
 
 /*
  * The reporter sends its report without asking the user. Off unless set.
@@ -367,7 +392,7 @@ TAVU_API bool TAVU_CALL TAVU_StopCrashHandler(TAVU_HANDLE handle);
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_SetAutoReport(TAVU_HANDLE handle, bool autoReport);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetAutoReport(TAVU_HANDLE handle, TAVU_FLAG autoReport);
 
 /*
  * Whether the two files of a crash are deleted when the reporter has ended. On unless set. (A
@@ -376,7 +401,7 @@ TAVU_API bool TAVU_CALL TAVU_SetAutoReport(TAVU_HANDLE handle, bool autoReport);
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_DeleteLocalDumpFile(TAVU_HANDLE handle, bool deleteFile);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_DeleteLocalDumpFile(TAVU_HANDLE handle, TAVU_FLAG deleteFile);
 
 /*
  * The reporter's language: a number that is passed on to it as it is. 0 unless set.
@@ -384,21 +409,23 @@ TAVU_API bool TAVU_CALL TAVU_DeleteLocalDumpFile(TAVU_HANDLE handle, bool delete
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_SetReporterLanguage(TAVU_HANDLE handle, uint32_t language);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetReporterLanguage(TAVU_HANDLE handle, uint32_t language);
 
 /*
  * Whether the application is started anew after a crash, and how. Off unless set.
  *   commandLine  for the restart. Not null and not empty when restart is true, else not looked at:
  *                an earlier one then stays.
+ * The command line reaches the reporter as the host gave it (white space and percent signs travel
+ * encoded) and is run with the host's rights: never build it from what somebody less trusted wrote.
  * On failure:
  *   TAVU_ERROR_INVALID_ARGUMENT  restart is true, and commandLine null or empty
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_SetAppRestartA(TAVU_HANDLE handle, bool restart,
-                                            const char* commandLine);
-TAVU_API bool TAVU_CALL TAVU_SetAppRestartW(TAVU_HANDLE handle, bool restart,
-                                            const wchar_t* commandLine);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetAppRestartA(TAVU_HANDLE handle, TAVU_FLAG restart,
+                                                 const char* commandLine);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetAppRestartW(TAVU_HANDLE handle, TAVU_FLAG restart,
+                                                 const wchar_t* commandLine);
 
 /*
  * The folder in which TAVU_CrashReporter.exe lies, for the whole process, whichever instance is
@@ -409,8 +436,10 @@ TAVU_API bool TAVU_CALL TAVU_SetAppRestartW(TAVU_HANDLE handle, bool restart,
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_SetCustumCrashReporterPathA(TAVU_HANDLE handle, const char* folder);
-TAVU_API bool TAVU_CALL TAVU_SetCustumCrashReporterPathW(TAVU_HANDLE handle, const wchar_t* folder);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetCustumCrashReporterPathA(TAVU_HANDLE handle,
+                                                              const char* folder);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetCustumCrashReporterPathW(TAVU_HANDLE handle,
+                                                              const wchar_t* folder);
 
 /*
  * A function of the host's that writes the host's own text for the crash-information document.
@@ -420,8 +449,8 @@ TAVU_API bool TAVU_CALL TAVU_SetCustumCrashReporterPathW(TAVU_HANDLE handle, con
  * It runs during a crash, on the failing thread, with the library's lock held: it must call nothing
  * of the library and should rely on as little as it can of the broken process.
  */
-typedef bool(TAVU_CALL* TAVU_CustumInfoCallbackA)(char* buffer, int32_t capacity);
-typedef bool(TAVU_CALL* TAVU_CustumInfoCallbackW)(wchar_t* buffer, int32_t capacity);
+typedef TAVU_FLAG(TAVU_CALL* TAVU_CustumInfoCallbackA)(char* buffer, int32_t capacity);
+typedef TAVU_FLAG(TAVU_CALL* TAVU_CustumInfoCallbackW)(wchar_t* buffer, int32_t capacity);
 
 /*
  * Sets that function, for the whole process, whichever instance is named. One at a time: each form
@@ -431,22 +460,26 @@ typedef bool(TAVU_CALL* TAVU_CustumInfoCallbackW)(wchar_t* buffer, int32_t capac
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_SetCustumInfoCallbackA(TAVU_HANDLE handle,
-                                                    TAVU_CustumInfoCallbackA callback);
-TAVU_API bool TAVU_CALL TAVU_SetCustumInfoCallbackW(TAVU_HANDLE handle,
-                                                    TAVU_CustumInfoCallbackW callback);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetCustumInfoCallbackA(TAVU_HANDLE handle,
+                                                         TAVU_CustumInfoCallbackA callback);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetCustumInfoCallbackW(TAVU_HANDLE handle,
+                                                         TAVU_CustumInfoCallbackW callback);
 
 /*
  * Sets the host's own text for the crash-information document beforehand, for the whole process,
  * whichever instance is named. Cut to its first 4095 characters; null or empty for none. Not used
- * while a callback is set, and overwritten by it. The A form converts each byte as the C locale
- * does (bytes above 127 as Latin-1), not by the ANSI code page.
+ * while a callback is set, and overwritten by it. The A form converts with mbstowcs of msvcrt.dll,
+ * not by the ANSI code page: in the locale of that runtime, which the library shares with every
+ * host that is built on it. That is "C", with bytes above 127 as Latin-1, until somebody in the
+ * process calls setlocale there; the text ends before a byte that the locale does not take. The
+ * same goes for the text of an A callback.
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
  */
-TAVU_API bool TAVU_CALL TAVU_UpdateAdditionalCrashInfoA(TAVU_HANDLE handle, const char* text);
-TAVU_API bool TAVU_CALL TAVU_UpdateAdditionalCrashInfoW(TAVU_HANDLE handle, const wchar_t* text);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_UpdateAdditionalCrashInfoA(TAVU_HANDLE handle, const char* text);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_UpdateAdditionalCrashInfoW(TAVU_HANDLE handle,
+                                                             const wchar_t* text);
 
 /* ---- Dumps of Lua scripts -------------------------------------------------------------------- */
 
@@ -468,7 +501,7 @@ TAVU_API bool TAVU_CALL TAVU_UpdateAdditionalCrashInfoW(TAVU_HANDLE handle, cons
  * Blocks: up to a second.
  */
 TAVU_API TAVU_LUADUMP_SENDER TAVU_CALL TAVU_LUADUMP_Create(const char* host, uint16_t port,
-                                                           bool discardPendingOnStop);
+                                                           TAVU_FLAG discardPendingOnStop);
 
 /*
  * Stops a sender's thread and gives the sender up; no other call may be using it. Null is accepted.
@@ -476,7 +509,7 @@ TAVU_API TAVU_LUADUMP_SENDER TAVU_CALL TAVU_LUADUMP_Create(const char* host, uin
  * Blocks: until the record under way, and without discardPendingOnStop every queued one, is
  * delivered or has failed.
  */
-TAVU_API bool TAVU_CALL TAVU_LUADUMP_Destroy(TAVU_LUADUMP_SENDER sender);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_LUADUMP_Destroy(TAVU_LUADUMP_SENDER sender);
 
 /*
  * Queues one dump of script state and returns.
@@ -490,16 +523,18 @@ TAVU_API bool TAVU_CALL TAVU_LUADUMP_Destroy(TAVU_LUADUMP_SENDER sender);
  * null, the sender is stopping, or memory ran out. Whether it was delivered is not told.
  * Blocks: hardly ever; no wait for the network.
  */
-TAVU_API bool TAVU_CALL TAVU_LUADUMP_SendLuaDumpA(TAVU_LUADUMP_SENDER sender, uint32_t dumpNumber,
-                                                  int64_t softwareIdNumber,
-                                                  uint32_t softwareVerNumber, const char* message,
-                                                  const char* dump, const char* user,
-                                                  const char* extra);
-TAVU_API bool TAVU_CALL TAVU_LUADUMP_SendLuaDumpW(TAVU_LUADUMP_SENDER sender, uint32_t dumpNumber,
-                                                  int64_t softwareIdNumber,
-                                                  uint32_t softwareVerNumber,
-                                                  const wchar_t* message, const wchar_t* dump,
-                                                  const wchar_t* user, const wchar_t* extra);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_LUADUMP_SendLuaDumpA(TAVU_LUADUMP_SENDER sender,
+                                                       uint32_t dumpNumber,
+                                                       int64_t softwareIdNumber,
+                                                       uint32_t softwareVerNumber,
+                                                       const char* message, const char* dump,
+                                                       const char* user, const char* extra);
+TAVU_API TAVU_BOOL TAVU_CALL TAVU_LUADUMP_SendLuaDumpW(TAVU_LUADUMP_SENDER sender,
+                                                       uint32_t dumpNumber,
+                                                       int64_t softwareIdNumber,
+                                                       uint32_t softwareVerNumber,
+                                                       const wchar_t* message, const wchar_t* dump,
+                                                       const wchar_t* user, const wchar_t* extra);
 
 #ifdef __cplusplus
 } /* extern "C" */

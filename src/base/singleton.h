@@ -2,7 +2,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
+#include <new>
 
 #include "base/spin_counter_lock.h"
 
@@ -12,9 +14,10 @@ namespace TAVU::base {
 // "[Corvane::KTL::Singleton] Dead reference detected."
 [[noreturn]] void ThrowDeadReference();
 
-// The one T of the process. Singleton<T>::Get() makes it on the first call, behind a lock, and
-// registers its destruction with atexit. A call after that destruction throws std::logic_error; one
-// for which memory runs out throws std::bad_alloc.
+// The one T of the process, in static storage: making it needs no memory but what T's own
+// constructor asks for. Singleton<T>::Get() makes it on the first call, under a lock, and registers
+// its destruction with atexit. A call after that destruction throws std::logic_error; T's
+// constructor may throw too, and the next call tries again.
 template <typename T>
 class Singleton {
  public:
@@ -28,16 +31,17 @@ class Singleton {
     const SpinCounterLock::Guard guard(creation_lock_);
     if (T* instance = instance_.load(std::memory_order_relaxed)) return *instance;
     if (destroyed_.load(std::memory_order_acquire)) ThrowDeadReference();
-    T* instance = new T;
+    T* instance = new (storage_) T;
     instance_.store(instance, std::memory_order_release);
     static_cast<void>(std::atexit(&Destroy));  // a full table costs the destruction, nothing else
     return *instance;
   }
   static void Destroy() {
     destroyed_.store(true, std::memory_order_release);
-    delete instance_.exchange(nullptr);
+    if (T* instance = instance_.exchange(nullptr)) instance->~T();
   }
 
+  alignas(T) static constinit inline std::byte storage_[sizeof(T)] = {};
   static constinit inline SpinCounterLock creation_lock_;
   static constinit inline std::atomic<T*> instance_ = nullptr;
   static constinit inline std::atomic<bool> destroyed_ = false;

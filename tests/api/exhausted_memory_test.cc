@@ -64,6 +64,22 @@ int FailEachAllocation(const std::function<bool()>& call, const std::function<vo
   }
 }
 
+// First, while nothing of the library is made: neither asks for memory, and so neither can fail for
+// want of it.
+TEST(ExhaustedMemory, DestroysAnInstanceAllTheSame) {
+  ASSERT_TRUE(TAVU::api::LastErrorSlot::AttachProcess());  // as the library's entry point does
+  failing = {::GetCurrentThreadId(), 1};
+  const auto unknown = TAVU_Destroy(reinterpret_cast<TAVU_HANDLE>(&failing));
+  EXPECT_EQ(TAVU_GetLastError(), uint32_t{TAVU_ERROR_INVALID_HANDLE});
+  failing = {};
+  const TAVU_HANDLE handle = TAVU_CreateA("game", "1.0", "Game");
+  failing = {::GetCurrentThreadId(), 1};
+  const auto destroyed = TAVU_Destroy(handle);
+  failing = {};
+  EXPECT_EQ(unknown, 0);
+  EXPECT_EQ(destroyed, 1);
+}
+
 // Of each export one form: both are made of the same code.
 TEST(ExhaustedMemory, ChangesNothing) {
   ScriptedServer server;
@@ -88,7 +104,6 @@ TEST(ExhaustedMemory, ChangesNothing) {
         return TAVU_SendCrashInfoW(h, kLongWide, kLongWide, path.c_str(), path.c_str());
       },
   };
-  ASSERT_TRUE(TAVU::api::LastErrorSlot::AttachProcess());  // as the library's entry point does
   for (const auto& call : exports) {
     SCOPED_TRACE(&call - exports);
     const bool sends = &call - exports >= 7;

@@ -10,6 +10,7 @@
 
 namespace {
 
+using TAVU::test::AsForeign;
 using TAVU::test::ExpectFailure;
 using TAVU::test::Instance;
 
@@ -48,30 +49,31 @@ uint16_t port;
 
 struct Call {
   const char* name;
-  bool (*run)(TAVU_HANDLE);
+  uint32_t (*run)(TAVU_HANDLE);  // with all 32 bits of the result
 };
-#define CALL(...)                                           \
-  Call {                                                    \
-#__VA_ARGS__, [](TAVU_HANDLE h) { return __VA_ARGS__; } \
+#define CALL(function, ...)                                                              \
+  Call {                                                                                 \
+#function " " #__VA_ARGS__,                                                          \
+        [](TAVU_HANDLE h) { return AsForeign(&function)(h __VA_OPT__(, ) __VA_ARGS__); } \
   }
 
 TEST(Arguments, AreCheckedBeforeTheHandle) {
   const Call kCalls[] = {
-      CALL(TAVU_SetReportServerA(h, nullptr, 80)),
-      CALL(TAVU_SetReportServerW(h, L"", 80)),
-      CALL(TAVU_SetReportServerA(h, "10.9.9.9", 0)),
-      CALL(TAVU_GetReportServerA(h, nullptr, narrow, 64)),
-      CALL(TAVU_GetReportServerW(h, &port, nullptr, 64)),
-      CALL(TAVU_GetReportServerA(h, &port, narrow, 0)),
-      CALL(TAVU_GetReportServerW(h, &port, wide, INT32_MIN)),
-      CALL(TAVU_SetUserIDA(h, nullptr)),
-      CALL(TAVU_SetUserIDW(h, L"")),
-      CALL(TAVU_GetUserIDA(h, nullptr, 64)),
-      CALL(TAVU_GetUserIDW(h, wide, 0)),
-      CALL(TAVU_SetTimeout(h, 0)),
-      CALL(TAVU_SetTimeout(h, -5)),
-      CALL(TAVU_SetAppRestartA(h, true, "")),
-      CALL(TAVU_SetAppRestartW(h, true, nullptr)),
+      CALL(TAVU_SetReportServerA, nullptr, 80),
+      CALL(TAVU_SetReportServerW, L"", 80),
+      CALL(TAVU_SetReportServerA, "10.9.9.9", 0),
+      CALL(TAVU_GetReportServerA, nullptr, narrow, 64),
+      CALL(TAVU_GetReportServerW, &port, nullptr, 64),
+      CALL(TAVU_GetReportServerA, &port, narrow, 0),
+      CALL(TAVU_GetReportServerW, &port, wide, INT32_MIN),
+      CALL(TAVU_SetUserIDA, nullptr),
+      CALL(TAVU_SetUserIDW, L""),
+      CALL(TAVU_GetUserIDA, nullptr, 64),
+      CALL(TAVU_GetUserIDW, wide, 0),
+      CALL(TAVU_SetTimeout, 0),
+      CALL(TAVU_SetTimeout, -5),
+      CALL(TAVU_SetAppRestartA, 2, ""),
+      CALL(TAVU_SetAppRestartW, 0x80, nullptr),
   };
   const Instance instance(0);
   ASSERT_TRUE(TAVU_SetReportServerA(instance, "10.0.0.1", 8080));
@@ -92,24 +94,24 @@ TEST(Arguments, AreCheckedBeforeTheHandle) {
 TEST(Handles, AreCheckedByEveryExport) {
   // In this order each succeeds on a fresh instance; the last one gives it up.
   const Call kCalls[] = {
-      CALL(TAVU_SetReportServerA(h, "10.0.0.1", 80)),
-      CALL(TAVU_GetReportServerW(h, &port, wide, 64)),
-      CALL(TAVU_SetUserIDW(h, L"kim")),
-      CALL(TAVU_GetUserIDA(h, narrow, UINT32_MAX)),
-      CALL(TAVU_SetTimeout(h, 1)),
-      CALL(TAVU_SetAutoReport(h, true)),
-      CALL(TAVU_DeleteLocalDumpFile(h, false)),
-      CALL(TAVU_SetReporterLanguage(h, UINT32_MAX)),
-      CALL(TAVU_SetAppRestartA(h, false, nullptr)),
-      CALL(TAVU_SetAppRestartW(h, true, L"game.exe -again")),
-      CALL(TAVU_SetCustumCrashReporterPathA(h, nullptr)),
-      CALL(TAVU_SetCustumInfoCallbackA(h, nullptr)),
-      CALL(TAVU_SetCustumInfoCallbackW(h, nullptr)),
-      CALL(TAVU_UpdateAdditionalCrashInfoA(h, std::string(5000, 'x').c_str())),
-      CALL(TAVU_UpdateAdditionalCrashInfoW(h, std::wstring(5000, L'x').c_str())),
-      CALL(TAVU_StartCrashHandler(h)),
-      CALL(TAVU_StopCrashHandler(h)),
-      CALL(TAVU_Destroy(h)),
+      CALL(TAVU_SetReportServerA, "10.0.0.1", 80),
+      CALL(TAVU_GetReportServerW, &port, wide, 64),
+      CALL(TAVU_SetUserIDW, L"kim"),
+      CALL(TAVU_GetUserIDA, narrow, UINT32_MAX),
+      CALL(TAVU_SetTimeout, 1),
+      CALL(TAVU_SetAutoReport, true),
+      CALL(TAVU_DeleteLocalDumpFile, false),
+      CALL(TAVU_SetReporterLanguage, UINT32_MAX),
+      CALL(TAVU_SetAppRestartA, false, nullptr),
+      CALL(TAVU_SetAppRestartW, 0xFF, L"game.exe -again"),
+      CALL(TAVU_SetCustumCrashReporterPathA, nullptr),
+      CALL(TAVU_SetCustumInfoCallbackA, nullptr),
+      CALL(TAVU_SetCustumInfoCallbackW, nullptr),
+      CALL(TAVU_UpdateAdditionalCrashInfoA, std::string(5000, 'x').c_str()),
+      CALL(TAVU_UpdateAdditionalCrashInfoW, std::wstring(5000, L'x').c_str()),
+      CALL(TAVU_StartCrashHandler),
+      CALL(TAVU_StopCrashHandler),
+      CALL(TAVU_Destroy),
   };
   TAVU_HANDLE fresh = TAVU_CreateW(L"game", L"1.0", L"Game");
   const TAVU_HANDLE other = TAVU_CreateW(L"game", L"1.0", L"Game");  // the same identity again
@@ -121,7 +123,7 @@ TEST(Handles, AreCheckedByEveryExport) {
       TAVU_SetTimeout(fresh, 0);  // leaves another code
       ExpectFailure(call.run(bad), TAVU_ERROR_INVALID_HANDLE);
     }
-    EXPECT_TRUE(call.run(fresh));
+    EXPECT_EQ(call.run(fresh), 1u);
   }
   EXPECT_FALSE(TAVU_Destroy(fresh)) << "a second time";
 }

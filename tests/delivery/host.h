@@ -6,7 +6,9 @@
 #include <windows.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 // An export of a library that was loaded late.
@@ -15,8 +17,17 @@
 
 namespace TAVU::test {
 
-inline void ExpectFailure(bool result, std::uint32_t code) {
-  EXPECT_FALSE(result);
+// An export as a caller without C's bool sees it: flags are bytes, the result is a whole register.
+template <typename T>
+using Foreign = std::conditional_t<std::is_same_v<T, bool>, unsigned char, T>;
+template <typename... Arguments>
+auto AsForeign(bool (*function)(Arguments...)) {
+  return reinterpret_cast<std::uint32_t (*)(Foreign<Arguments>...)>(
+      reinterpret_cast<void*>(function));
+}
+
+inline void ExpectFailure(std::uint32_t result, std::uint32_t code) {
+  EXPECT_EQ(result, 0u);
   EXPECT_EQ(TAVU_GetLastError(), code);
   static_cast<void>(TAVU_SetTimeout(nullptr, 1));  // leaves another code
 }

@@ -116,34 +116,36 @@ bool StopCrashHandler(TAVU_HANDLE handle) noexcept {
 }  // namespace
 }  // namespace TAVU::api
 
-bool TAVU_CALL TAVU_StartCrashHandler(TAVU_HANDLE handle) {
+TAVU_BOOL TAVU_CALL TAVU_StartCrashHandler(TAVU_HANDLE handle) {
   return TAVU::api::StartCrashHandler(handle);
 }
 
-bool TAVU_CALL TAVU_StopCrashHandler(TAVU_HANDLE handle) {
+TAVU_BOOL TAVU_CALL TAVU_StopCrashHandler(TAVU_HANDLE handle) {
   return TAVU::api::StopCrashHandler(handle);
 }
 
-bool TAVU_CALL TAVU_SetCustumCrashReporterPathA(TAVU_HANDLE handle, const char* folder) {
+TAVU_BOOL TAVU_CALL TAVU_SetCustumCrashReporterPathA(TAVU_HANDLE handle, const char* folder) {
   return TAVU::api::SetReporterPath(handle, folder);
 }
 
-bool TAVU_CALL TAVU_SetCustumCrashReporterPathW(TAVU_HANDLE handle, const wchar_t* folder) {
+TAVU_BOOL TAVU_CALL TAVU_SetCustumCrashReporterPathW(TAVU_HANDLE handle, const wchar_t* folder) {
   return TAVU::api::SetReporterPath(handle, folder);
 }
 
-bool TAVU_CALL TAVU_SetCustumInfoCallbackA(TAVU_HANDLE handle, TAVU_CustumInfoCallbackA callback) {
+TAVU_BOOL TAVU_CALL TAVU_SetCustumInfoCallbackA(TAVU_HANDLE handle,
+                                                TAVU_CustumInfoCallbackA callback) {
   return TAVU::api::SetInfoCallbacks(handle, nullptr, callback);
 }
 
-bool TAVU_CALL TAVU_SetCustumInfoCallbackW(TAVU_HANDLE handle, TAVU_CustumInfoCallbackW callback) {
+TAVU_BOOL TAVU_CALL TAVU_SetCustumInfoCallbackW(TAVU_HANDLE handle,
+                                                TAVU_CustumInfoCallbackW callback) {
   return TAVU::api::SetInfoCallbacks(handle, callback, nullptr);
 }
 
-bool TAVU_CALL TAVU_UpdateAdditionalCrashInfoA(TAVU_HANDLE handle, const char* text) {
+TAVU_BOOL TAVU_CALL TAVU_UpdateAdditionalCrashInfoA(TAVU_HANDLE handle, const char* text) {
   return TAVU::api::UpdateAdditionalInfo(handle, text);
 }
 
-bool TAVU_CALL TAVU_UpdateAdditionalCrashInfoW(TAVU_HANDLE handle, const wchar_t* text) {
+TAVU_BOOL TAVU_CALL TAVU_UpdateAdditionalCrashInfoW(TAVU_HANDLE handle, const wchar_t* text) {
   return TAVU::api::UpdateAdditionalInfo(handle, text);
 }

@@ -68,6 +68,6 @@ TAVU_HANDLE TAVU_CALL TAVU_CreateW(const wchar_t* softwareId, const wchar_t* sof
   return TAVU::api::Create(softwareId, softwareVer, appShowName);
 }
 
-bool TAVU_CALL TAVU_Destroy(TAVU_HANDLE handle) {
+TAVU_BOOL TAVU_CALL TAVU_Destroy(TAVU_HANDLE handle) {
   return TAVU::api::Destroy(handle);
 }

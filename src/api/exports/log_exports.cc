@@ -42,28 +42,28 @@ bool SendLog(QTC::Protocol protocol, PinWithoutServer pin, TAVU_HANDLE handle, i
 using TAVU::api::PinWithoutServer;
 using TAVU::QTC::Protocol;
 
-bool TAVU_CALL TAVU_SendLog_TCPA(TAVU_HANDLE handle, int32_t level, const char* logType,
-                                 const char* extraData, const char* message) {
+TAVU_BOOL TAVU_CALL TAVU_SendLog_TCPA(TAVU_HANDLE handle, int32_t level, const char* logType,
+                                      const char* extraData, const char* message) {
   return TAVU::api::SendLog(Protocol::kTcp, PinWithoutServer::kRelease, handle, level, logType,
                             extraData, message);
 }
 
-bool TAVU_CALL TAVU_SendLog_TCPW(TAVU_HANDLE handle, int32_t level, const wchar_t* logType,
-                                 const wchar_t* extraData, const wchar_t* message) {
+TAVU_BOOL TAVU_CALL TAVU_SendLog_TCPW(TAVU_HANDLE handle, int32_t level, const wchar_t* logType,
+                                      const wchar_t* extraData, const wchar_t* message) {
   // Required of this one of the four: without a server the pin stays, which decides when a handle
   // that the host then destroys really goes away.
   return TAVU::api::SendLog(Protocol::kTcp, PinWithoutServer::kKeep, handle, level, logType,
                             extraData, message);
 }
 
-bool TAVU_CALL TAVU_SendLog_UDPA(TAVU_HANDLE handle, int32_t level, const char* logType,
-                                 const char* extraData, const char* message) {
+TAVU_BOOL TAVU_CALL TAVU_SendLog_UDPA(TAVU_HANDLE handle, int32_t level, const char* logType,
+                                      const char* extraData, const char* message) {
   return TAVU::api::SendLog(Protocol::kUdp, PinWithoutServer::kRelease, handle, level, logType,
                             extraData, message);
 }
 
-bool TAVU_CALL TAVU_SendLog_UDPW(TAVU_HANDLE handle, int32_t level, const wchar_t* logType,
-                                 const wchar_t* extraData, const wchar_t* message) {
+TAVU_BOOL TAVU_CALL TAVU_SendLog_UDPW(TAVU_HANDLE handle, int32_t level, const wchar_t* logType,
+                                      const wchar_t* extraData, const wchar_t* message) {
   return TAVU::api::SendLog(Protocol::kUdp, PinWithoutServer::kRelease, handle, level, logType,
                             extraData, message);
 }

@@ -44,31 +44,31 @@ bool SendLuaDump(TAVU_LUADUMP_SENDER sender, uint32_t dumpNumber, int64_t softwa
 }  // namespace TAVU::api
 
 TAVU_LUADUMP_SENDER TAVU_CALL TAVU_LUADUMP_Create(const char* host, uint16_t port,
-                                                  bool discardPendingOnStop) {
+                                                  TAVU_FLAG discardPendingOnStop) {
   if (host == nullptr || port == 0) return nullptr;
-  const auto pending = discardPendingOnStop ? TAVU::QTC::PendingOnStop::kDiscard
-                                            : TAVU::QTC::PendingOnStop::kDeliver;
+  const auto pending = discardPendingOnStop != 0 ? TAVU::QTC::PendingOnStop::kDiscard
+                                                 : TAVU::QTC::PendingOnStop::kDeliver;
   return reinterpret_cast<TAVU_LUADUMP_SENDER>(
       TAVU::delivery::LuaDumpSender::Create(host, port, pending).release());
 }
 
-bool TAVU_CALL TAVU_LUADUMP_Destroy(TAVU_LUADUMP_SENDER sender) {
+TAVU_BOOL TAVU_CALL TAVU_LUADUMP_Destroy(TAVU_LUADUMP_SENDER sender) {
   delete TAVU::api::SenderOf(sender);
   return true;
 }
 
-bool TAVU_CALL TAVU_LUADUMP_SendLuaDumpA(TAVU_LUADUMP_SENDER sender, uint32_t dumpNumber,
-                                         int64_t softwareIdNumber, uint32_t softwareVerNumber,
-                                         const char* message, const char* dump, const char* user,
-                                         const char* extra) {
+TAVU_BOOL TAVU_CALL TAVU_LUADUMP_SendLuaDumpA(TAVU_LUADUMP_SENDER sender, uint32_t dumpNumber,
+                                              int64_t softwareIdNumber, uint32_t softwareVerNumber,
+                                              const char* message, const char* dump,
+                                              const char* user, const char* extra) {
   return TAVU::api::SendLuaDump(sender, dumpNumber, softwareIdNumber, softwareVerNumber, message,
                                 dump, user, extra);
 }
 
-bool TAVU_CALL TAVU_LUADUMP_SendLuaDumpW(TAVU_LUADUMP_SENDER sender, uint32_t dumpNumber,
-                                         int64_t softwareIdNumber, uint32_t softwareVerNumber,
-                                         const wchar_t* message, const wchar_t* dump,
-                                         const wchar_t* user, const wchar_t* extra) {
+TAVU_BOOL TAVU_CALL TAVU_LUADUMP_SendLuaDumpW(TAVU_LUADUMP_SENDER sender, uint32_t dumpNumber,
+                                              int64_t softwareIdNumber, uint32_t softwareVerNumber,
+                                              const wchar_t* message, const wchar_t* dump,
+                                              const wchar_t* user, const wchar_t* extra) {
   return TAVU::api::SendLuaDump(sender, dumpNumber, softwareIdNumber, softwareVerNumber, message,
                                 dump, user, extra);
 }

@@ -124,60 +124,62 @@ bool Store(TAVU_HANDLE handle, Setting InstanceRecord::*setting, Setting value) 
 }  // namespace
 }  // namespace TAVU::api
 
-bool TAVU_CALL TAVU_SetReportServerA(TAVU_HANDLE handle, const char* host, uint16_t port) {
+TAVU_BOOL TAVU_CALL TAVU_SetReportServerA(TAVU_HANDLE handle, const char* host, uint16_t port) {
   return TAVU::api::SetReportServer(handle, host, port);
 }
 
-bool TAVU_CALL TAVU_SetReportServerW(TAVU_HANDLE handle, const wchar_t* host, uint16_t port) {
+TAVU_BOOL TAVU_CALL TAVU_SetReportServerW(TAVU_HANDLE handle, const wchar_t* host, uint16_t port) {
   return TAVU::api::SetReportServer(handle, host, port);
 }
 
-bool TAVU_CALL TAVU_GetReportServerA(TAVU_HANDLE handle, uint16_t* port, char* buffer,
-                                     int32_t capacity) {
+TAVU_BOOL TAVU_CALL TAVU_GetReportServerA(TAVU_HANDLE handle, uint16_t* port, char* buffer,
+                                          int32_t capacity) {
   return TAVU::api::GetReportServer(handle, port, buffer, capacity);
 }
 
-bool TAVU_CALL TAVU_GetReportServerW(TAVU_HANDLE handle, uint16_t* port, wchar_t* buffer,
-                                     int32_t capacity) {
+TAVU_BOOL TAVU_CALL TAVU_GetReportServerW(TAVU_HANDLE handle, uint16_t* port, wchar_t* buffer,
+                                          int32_t capacity) {
   return TAVU::api::GetReportServer(handle, port, buffer, capacity);
 }
 
-bool TAVU_CALL TAVU_SetUserIDA(TAVU_HANDLE handle, const char* userId) {
+TAVU_BOOL TAVU_CALL TAVU_SetUserIDA(TAVU_HANDLE handle, const char* userId) {
   return TAVU::api::SetUserId(handle, userId);
 }
 
-bool TAVU_CALL TAVU_SetUserIDW(TAVU_HANDLE handle, const wchar_t* userId) {
+TAVU_BOOL TAVU_CALL TAVU_SetUserIDW(TAVU_HANDLE handle, const wchar_t* userId) {
   return TAVU::api::SetUserId(handle, userId);
 }
 
-bool TAVU_CALL TAVU_GetUserIDA(TAVU_HANDLE handle, char* buffer, uint32_t capacity) {
+TAVU_BOOL TAVU_CALL TAVU_GetUserIDA(TAVU_HANDLE handle, char* buffer, uint32_t capacity) {
   return TAVU::api::GetUserId(handle, buffer, capacity);
 }
 
-bool TAVU_CALL TAVU_GetUserIDW(TAVU_HANDLE handle, wchar_t* buffer, uint32_t capacity) {
+TAVU_BOOL TAVU_CALL TAVU_GetUserIDW(TAVU_HANDLE handle, wchar_t* buffer, uint32_t capacity) {
   return TAVU::api::GetUserId(handle, buffer, capacity);
 }
 
-bool TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t milliseconds) {
+TAVU_BOOL TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t milliseconds) {
   return TAVU::api::SetTimeout(handle, milliseconds);
 }
 
-bool TAVU_CALL TAVU_SetAutoReport(TAVU_HANDLE handle, bool autoReport) {
-  return TAVU::api::Store(handle, &TAVU::api::InstanceRecord::autoReport, autoReport);
+TAVU_BOOL TAVU_CALL TAVU_SetAutoReport(TAVU_HANDLE handle, TAVU_FLAG autoReport) {
+  return TAVU::api::Store(handle, &TAVU::api::InstanceRecord::autoReport, autoReport != 0);
 }
 
-bool TAVU_CALL TAVU_DeleteLocalDumpFile(TAVU_HANDLE handle, bool deleteFile) {
-  return TAVU::api::Store(handle, &TAVU::api::InstanceRecord::deleteLocalDumpFile, deleteFile);
+TAVU_BOOL TAVU_CALL TAVU_DeleteLocalDumpFile(TAVU_HANDLE handle, TAVU_FLAG deleteFile) {
+  return TAVU::api::Store(handle, &TAVU::api::InstanceRecord::deleteLocalDumpFile, deleteFile != 0);
 }
 
-bool TAVU_CALL TAVU_SetReporterLanguage(TAVU_HANDLE handle, uint32_t language) {
+TAVU_BOOL TAVU_CALL TAVU_SetReporterLanguage(TAVU_HANDLE handle, uint32_t language) {
   return TAVU::api::Store(handle, &TAVU::api::InstanceRecord::reportLang, language);
 }
 
-bool TAVU_CALL TAVU_SetAppRestartA(TAVU_HANDLE handle, bool restart, const char* commandLine) {
-  return TAVU::api::SetAppRestart(handle, restart, commandLine);
+TAVU_BOOL TAVU_CALL TAVU_SetAppRestartA(TAVU_HANDLE handle, TAVU_FLAG restart,
+                                        const char* commandLine) {
+  return TAVU::api::SetAppRestart(handle, restart != 0, commandLine);
 }
 
-bool TAVU_CALL TAVU_SetAppRestartW(TAVU_HANDLE handle, bool restart, const wchar_t* commandLine) {
-  return TAVU::api::SetAppRestart(handle, restart, commandLine);
+TAVU_BOOL TAVU_CALL TAVU_SetAppRestartW(TAVU_HANDLE handle, TAVU_FLAG restart,
+                                        const wchar_t* commandLine) {
+  return TAVU::api::SetAppRestart(handle, restart != 0, commandLine);
 }

@@ -49,23 +49,24 @@ bool SendCrashInfo(TAVU_HANDLE handle, const Char* message, const Char* descript
 
 }  // namespace TAVU::api
 
-bool TAVU_CALL TAVU_SendFileA(TAVU_HANDLE handle, uint64_t length, const void* data,
-                              const char* description, const char* message) {
+TAVU_BOOL TAVU_CALL TAVU_SendFileA(TAVU_HANDLE handle, uint64_t length, const void* data,
+                                   const char* description, const char* message) {
   return TAVU::api::SendFile(handle, length, data, description, message);
 }
 
-bool TAVU_CALL TAVU_SendFileW(TAVU_HANDLE handle, uint64_t length, const void* data,
-                              const wchar_t* description, const wchar_t* message) {
+TAVU_BOOL TAVU_CALL TAVU_SendFileW(TAVU_HANDLE handle, uint64_t length, const void* data,
+                                   const wchar_t* description, const wchar_t* message) {
   return TAVU::api::SendFile(handle, length, data, description, message);
 }
 
-bool TAVU_CALL TAVU_SendCrashInfo(TAVU_HANDLE handle, const char* message, const char* description,
-                                  const char* documentPath, const char* dumpPath) {
+TAVU_BOOL TAVU_CALL TAVU_SendCrashInfo(TAVU_HANDLE handle, const char* message,
+                                       const char* description, const char* documentPath,
+                                       const char* dumpPath) {
   return TAVU::api::SendCrashInfo(handle, message, description, documentPath, dumpPath);
 }
 
-bool TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar_t* message,
-                                   const wchar_t* description, const wchar_t* documentPath,
-                                   const wchar_t* dumpPath) {
+TAVU_BOOL TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar_t* message,
+                                        const wchar_t* description, const wchar_t* documentPath,
+                                        const wchar_t* dumpPath) {
   return TAVU::api::SendCrashInfo(handle, message, description, documentPath, dumpPath);
 }

@@ -1,6 +1,6 @@
 // The frame in which every export but TAVU_GetLastError and the LuaDump functions runs:
 //
-//   bool TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t milliseconds) {
+//   TAVU_BOOL TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t milliseconds) {
 //     return RunExport([&](const ApiLock::Guard& held) {
 //       if (milliseconds <= 0) return Fail(ErrorCode::kInvalidArgument);
 //       const PinnedInstance instance(held, HandleOf(handle));
