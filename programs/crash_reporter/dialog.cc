@@ -1,6 +1,6 @@
 #include "dialog.h"
 
-#include <array>
+#include <set>
 
 #include "files.h"
 #include "form.h"
@@ -12,13 +12,35 @@ namespace {
 // Longer names would push the question off a small screen.
 constexpr std::size_t kLongestName = 80;
 
-std::wstring ShownName(const CrashReport& report) {
-  std::wstring name = report.DisplayName();
+std::wstring Shown(std::wstring name) {
   if (name.size() > kLongestName) name.replace(kLongestName - 1, std::wstring::npos, L"…");
   for (wchar_t& character : name) {
     if (character < L' ') character = L' ';
   }
   return name;
+}
+
+std::wstring ShownName(const CrashReport& report) {
+  return Shown(report.DisplayName());
+}
+
+// Each server once, in the order of the reports.
+std::wstring ServersOf(std::span<const KeptReport> reports) {
+  std::set<std::wstring> seen;
+  std::wstring servers;
+  for (const KeptReport& kept : reports) {
+    const std::wstring& server = kept.report.server_address;
+    if (!seen.insert(server).second) continue;
+    servers += (servers.empty() ? L"" : L", ") + Shown(server);
+  }
+  return servers;
+}
+
+// How many earlier reports the user is asked about, and to whom they go if not to `server` alone.
+std::wstring CountAndServers(std::span<const KeptReport> earlier, const std::wstring& server) {
+  const std::wstring count = std::to_wstring(earlier.size());
+  const std::wstring servers = ServersOf(earlier);
+  return servers == Shown(server) ? count : count + L" → " + servers;
 }
 
 // The library's paths hold a doubled backslash; nobody needs to see it.
@@ -38,7 +60,8 @@ Decision DecisionOf(FormEnd end) noexcept {
 
 }  // namespace
 
-Answer AskToSend(const Texts& texts, const CrashReport& report, std::size_t earlier) {
+Answer AskToSend(const Texts& texts, const CrashReport& report,
+                 std::span<const KeptReport> earlier) {
   const std::wstring name = ShownName(report);
   const std::wstring document = CleanPath(report.document_path);
   const std::wstring dump = CleanPath(report.dump_path);
@@ -50,13 +73,15 @@ Answer AskToSend(const Texts& texts, const CrashReport& report, std::size_t earl
   form.rows = {{RowKind::kHeading, Filled(texts.crashed, name)},
                {RowKind::kText, texts.request},
                {RowKind::kText, texts.contents},
+               {RowKind::kText, Filled(texts.recipient, Shown(report.server_address))},
                {RowKind::kLabel, texts.files},
                {RowKind::kPaths, files},
                {RowKind::kLabel, texts.comment},
                {RowKind::kEntry, L""}};
-  if (earlier > 0) {
+  if (!earlier.empty()) {
     form.rows.push_back(
-        {RowKind::kCheckBox, Filled(texts.send_earlier_too, std::to_wstring(earlier))});
+        {RowKind::kCheckBox,
+         Filled(texts.send_earlier_too, CountAndServers(earlier, report.server_address))});
   }
   form.folder_button = texts.open_folder;
   form.folder_item = IsFile(dump) ? dump : document;
@@ -65,14 +90,15 @@ Answer AskToSend(const Texts& texts, const CrashReport& report, std::size_t earl
   return {DecisionOf(result.end), result.checked, std::move(result.entry)};
 }
 
-Decision AskToSendEarlier(const Texts& texts, std::size_t count, const std::wstring& folder) {
+Decision AskToSendEarlier(const Texts& texts, std::span<const KeptReport> earlier) {
   FormContent form;
   form.title = texts.earlier_title;
   form.rows = {{RowKind::kHeading, texts.earlier_title},
-               {RowKind::kText, Filled(texts.earlier_request, std::to_wstring(count))},
-               {RowKind::kText, texts.contents}};
+               {RowKind::kText, Filled(texts.earlier_request, std::to_wstring(earlier.size()))},
+               {RowKind::kText, texts.contents},
+               {RowKind::kText, Filled(texts.recipient, ServersOf(earlier))}};
   form.folder_button = texts.open_folder;
-  form.folder_item = folder;
+  form.folder_item = earlier.back().folder.native();
   form.buttons = {texts.send, texts.do_not_send};
   return DecisionOf(ShowForm(form).end);
 }
@@ -86,7 +112,7 @@ void ShowSending(const Texts& texts, HANDLE work) {
   static_cast<void>(ShowForm(form, life));
 }
 
-void TellNotSent(const Texts& texts, const CrashReport& report, const std::wstring& folder,
+void TellNotSent(const Texts& texts, const CrashReport& report, const std::filesystem::path& folder,
                  NoticeTime time) {
   const std::wstring name = ShownName(report);
   const bool has_server = ParseServer(report.server_address).has_value();
@@ -97,9 +123,9 @@ void TellNotSent(const Texts& texts, const CrashReport& report, const std::wstri
     form.rows.push_back({RowKind::kText, texts.not_kept});
   } else {
     form.rows.push_back({RowKind::kLabel, has_server ? texts.kept : texts.kept_without_server});
-    form.rows.push_back({RowKind::kPaths, folder});
+    form.rows.push_back({RowKind::kPaths, folder.native()});
     form.folder_button = texts.open_folder;
-    form.folder_item = folder;
+    form.folder_item = folder.native();
   }
   form.buttons = {texts.close};
   FormLife life;

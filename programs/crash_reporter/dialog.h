@@ -5,10 +5,12 @@
 
 #include <chrono>
 #include <optional>
+#include <span>
 #include <string>
 
 #include <windows.h>
 
+#include "kept_reports.h"
 #include "report.h"
 #include "texts.h"
 
@@ -26,13 +28,14 @@ struct Answer {
   std::wstring comment;
 };
 
-// Names the application, says what would be sent, shows the files, asks for a comment and offers to
-// send `earlier` kept reports along. Nothing may leave the machine unless the answer says kSend.
-[[nodiscard]] Answer AskToSend(const Texts& texts, const CrashReport& report, std::size_t earlier);
+// Names the application, says what would be sent, to whom, and that others may read it; shows the
+// files, asks for a comment and offers to send the `earlier` reports along. Nothing may leave the
+// machine unless the answer says kSend.
+[[nodiscard]] Answer AskToSend(const Texts& texts, const CrashReport& report,
+                               std::span<const KeptReport> earlier);
 
-// The same for reports that were kept earlier, in `folder`, without a new one.
-[[nodiscard]] Decision AskToSendEarlier(const Texts& texts, std::size_t count,
-                                        const std::wstring& folder);
+// The same for reports that were kept earlier, one at least, without a new one.
+[[nodiscard]] Decision AskToSendEarlier(const Texts& texts, std::span<const KeptReport> earlier);
 
 // Shows that something is being sent, until `work` is signalled.
 void ShowSending(const Texts& texts, HANDLE work);
@@ -41,7 +44,7 @@ using NoticeTime = std::optional<std::chrono::milliseconds>;  // nothing: until 
 
 // The report could not be sent, or names no server; its files are in `folder`, or lost when that is
 // empty.
-void TellNotSent(const Texts& texts, const CrashReport& report, const std::wstring& folder,
+void TellNotSent(const Texts& texts, const CrashReport& report, const std::filesystem::path& folder,
                  NoticeTime time);
 
 }  // namespace crash_reporter

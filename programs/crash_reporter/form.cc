@@ -159,7 +159,6 @@ class Form {
                    {x, y + beside_icon, x + width, y + beside_icon + height}, style.id);
     if (heading) SetFont(control, heading_font_.get());
     if (row.kind == RowKind::kEntry) ::SendMessageW(control, EM_LIMITTEXT, kLongestEntry, 0);
-    if (row.kind == RowKind::kCheckBox) ::SendMessageW(control, BM_SETCHECK, BST_CHECKED, 0);
     if (row.kind == RowKind::kProgress) ::SendMessageW(control, PBM_SETMARQUEE, TRUE, 0);
     return y + std::max(height, heading ? Scaled(kIconSize) : 0) + Scaled(style.gap_below);
   }

@@ -20,7 +20,7 @@ enum class RowKind {
   kLabel,     // wrapped text that belongs to the row below it
   kPaths,     // lines to be read and copied, not changed
   kEntry,     // one line that the user may type
-  kCheckBox,  // ticked at first
+  kCheckBox,  // not ticked at first: a tick is the user's consent
   kProgress,  // something goes on, nobody knows how long
 };
 

@@ -29,15 +29,19 @@ constexpr std::chrono::seconds kUnattendedNotice(10);
 // for each, and the host may be waiting.
 constexpr ULONGLONG kLongestForEarlierMs = 60'000;
 
-// Sends what was kept earlier and deletes what arrived. A server that is away is tried once.
-void SendEarlier(const KeptReports& kept_reports, const std::wstring& software_id) {
+using Earlier = std::vector<KeptReport>;
+
+// Sends these reports and deletes what arrived. A server that is away is tried once.
+void SendEarlier(const KeptReports& kept_reports, const Earlier& earlier) {
+  if (earlier.empty()) return;
   const KeptReports::Lock lock = kept_reports.TryLock();
   if (!lock) return;  // another reporter is at it
   std::set<std::wstring> away;
   const ULONGLONG start = ::GetTickCount64();
-  for (const KeptReport& kept : kept_reports.List(software_id)) {
+  for (const KeptReport& kept : earlier) {
     if (::GetTickCount64() - start > kLongestForEarlierMs) break;
-    if (away.count(kept.report.server_address)) continue;
+    // Another reporter may have sent it while the user was asked.
+    if (!HasEvidence(kept.report) || away.count(kept.report.server_address)) continue;
     const UploadResult result = Upload(kept.report);
     if (result == UploadResult::kDelivered) kept_reports.Remove(lock, kept);
     if (result == UploadResult::kUnreachable) away.insert(kept.report.server_address);
@@ -57,21 +61,24 @@ void RunBehindWindow(const Texts& texts, const std::function<void()>& work) {
   ::WaitForSingleObject(thread.get(), INFINITE);
 }
 
-ExitCode KeepReport(const KeptReports& kept_reports, const CrashReport& report) {
-  const std::optional<std::wstring> folder = kept_reports.Keep(report);
+void RemoveSurplus(const KeptReports& kept_reports) {
   if (const KeptReports::Lock lock = kept_reports.TryLock()) kept_reports.RemoveSurplus(lock);
-  TellNotSent(TextsFor(report.language), report, folder.value_or(L""),
+}
+
+ExitCode KeepReport(const KeptReports& kept_reports, const CrashReport& report) {
+  const std::optional<std::filesystem::path> folder = kept_reports.Keep(report);
+  RemoveSurplus(kept_reports);
+  TellNotSent(TextsFor(report.language), report, folder.value_or(std::filesystem::path()),
               report.auto_report ? NoticeTime(kUnattendedNotice) : std::nullopt);
   return folder ? ExitCode::kKept : ExitCode::kLost;
 }
 
-ExitCode SendReport(const KeptReports& kept_reports, const CrashReport& report, bool earlier_too) {
+ExitCode SendReport(const KeptReports& kept_reports, const CrashReport& report,
+                    const Earlier& earlier) {
   UploadResult result = UploadResult::kFailed;
   const auto send = [&] {
     result = Upload(report);
-    if (result == UploadResult::kDelivered && earlier_too) {
-      SendEarlier(kept_reports, report.software_id);
-    }
+    if (result == UploadResult::kDelivered) SendEarlier(kept_reports, earlier);
   };
   if (report.auto_report) {
     send();
@@ -82,28 +89,37 @@ ExitCode SendReport(const KeptReports& kept_reports, const CrashReport& report, 
 }
 
 ExitCode AskAndSend(const KeptReports& kept_reports, CrashReport report) {
-  const std::size_t earlier = kept_reports.List(report.software_id).size();
+  const Earlier earlier = kept_reports.List(report.software_id);
   Answer answer = AskToSend(TextsFor(report.language), report, earlier);
   if (answer.decision == Decision::kDoNotSend) return ExitCode::kDeclined;
-  // Without an answer nothing is sent; the next start asks.
+  report.agreed = answer.decision == Decision::kSend;
+  // Without an answer nothing is sent; a later start asks.
   if (answer.decision == Decision::kCouldNotAsk) return KeepReport(kept_reports, report);
   report.comment = std::move(answer.comment);
-  return SendReport(kept_reports, report, answer.earlier_too);
+  return SendReport(kept_reports, report, answer.earlier_too ? earlier : Earlier());
+}
+
+// What nobody has agreed to waits for a start that asks.
+ExitCode SendUnasked(const KeptReports& kept_reports, const CrashReport& report) {
+  Earlier earlier = kept_reports.List(report.software_id);
+  std::erase_if(earlier, [](const KeptReport& kept) { return !kept.report.MaySendUnasked(); });
+  return SendReport(kept_reports, report, earlier);
 }
 
 ExitCode HandleReport(const CrashReport& report) {
   const KeptReports kept_reports;
+  RemoveSurplus(kept_reports);
   if (!ParseServer(report.server_address)) return KeepReport(kept_reports, report);
-  return report.auto_report ? SendReport(kept_reports, report, true)
-                            : AskAndSend(kept_reports, report);
+  return report.auto_report ? SendUnasked(kept_reports, report) : AskAndSend(kept_reports, report);
 }
 
 ExitCode OfferEarlier() {
   const KeptReports kept_reports;
-  const std::vector<KeptReport> earlier = kept_reports.List(L"");
+  RemoveSurplus(kept_reports);
+  const Earlier earlier = kept_reports.List(L"");
   if (earlier.empty()) return ExitCode::kNothingToSend;
   const Texts& texts = TextsFor(earlier.back().report.language);
-  switch (AskToSendEarlier(texts, earlier.size(), earlier.back().folder)) {
+  switch (AskToSendEarlier(texts, earlier)) {
     case Decision::kSend:
       break;
     case Decision::kDoNotSend:
@@ -111,8 +127,8 @@ ExitCode OfferEarlier() {
     case Decision::kCouldNotAsk:
       return ExitCode::kKept;
   }
-  RunBehindWindow(texts, [&] { SendEarlier(kept_reports, L""); });
-  const std::vector<KeptReport> left = kept_reports.List(L"");
+  RunBehindWindow(texts, [&] { SendEarlier(kept_reports, earlier); });
+  const Earlier left = kept_reports.List(L"");
   if (left.empty()) return ExitCode::kDone;
   TellNotSent(texts, left.back().report, left.back().folder, std::nullopt);
   return ExitCode::kKept;

@@ -6,13 +6,14 @@ namespace crash_reporter {
 
 namespace {
 
-// The keys are the library's; "aotoReport" is spelled so there. The comment's is the reporter's
-// own.
+// The keys are the library's; "aotoReport" is spelled so there. "comment" and "agreed" are the
+// reporter's own, for the reports that it keeps.
 namespace key {
 constexpr std::wstring_view kDocument = L"exceptionInfoFilename";
 constexpr std::wstring_view kDump = L"dumpFilename";
 constexpr std::wstring_view kAutoReport = L"aotoReport";
 constexpr std::wstring_view kLanguage = L"reportLang";
+constexpr std::wstring_view kAgreed = L"agreed";
 constexpr std::wstring_view kRestart = L"appRestart";
 constexpr std::wstring_view kRestartCommand = L"appExecuteCmd";
 constexpr std::wstring_view kProcessId = L"appPid";
@@ -63,6 +64,7 @@ std::optional<CrashReport> CrashReport::From(const Pairs& pairs) {
   CrashReport report;
   for (const TextPair& pair : kTextPairs) report.*pair.field = pairs.Get(pair.key);
   report.auto_report = IsTrue(pairs.Get(key::kAutoReport));
+  report.agreed = IsTrue(pairs.Get(key::kAgreed));
   report.language = NumberOf(pairs.Get(key::kLanguage));
   return report;
 }
@@ -71,6 +73,7 @@ Pairs CrashReport::ToPairs() const {
   Pairs pairs;
   for (const TextPair& pair : kTextPairs) pairs.Add(pair.key, this->*pair.field);
   pairs.Add(key::kAutoReport, auto_report ? L"true" : L"false");
+  pairs.Add(key::kAgreed, agreed ? L"true" : L"false");
   pairs.Add(key::kLanguage, std::to_wstring(language));
   return pairs;
 }

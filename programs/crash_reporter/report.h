@@ -35,10 +35,15 @@ struct CrashReport {
   bool auto_report = false;
   std::uint32_t language = 0;
   std::wstring comment;  // not on the command line: typed by the user
+  bool agreed = false;   // nor is this: the user chose to send the report
 
   // Nothing when the pairs name no dump and no document.
   [[nodiscard]] static std::optional<CrashReport> From(const Pairs& pairs);
   [[nodiscard]] Pairs ToPairs() const;
+
+  // Whether a later start may send the report without asking about it: the host asked for that, or
+  // the user has agreed to this very report.
+  [[nodiscard]] bool MaySendUnasked() const noexcept { return auto_report || agreed; }
 
   // What to call the application: never empty.
   [[nodiscard]] std::wstring DisplayName() const;

@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include "joined.h"
 #include "scoped.h"
 
 namespace crash_reporter {
@@ -11,11 +10,12 @@ namespace {
 
 constexpr DWORD kLongestWaitMilliseconds = 30000;
 
-ULONGLONG StartTimeOf(HANDLE process) noexcept {
+// Zero when the system does not tell.
+FILETIME StartTimeOf(HANDLE process) noexcept {
   FILETIME start = {};
   FILETIME unused = {};
-  if (!::GetProcessTimes(process, &start, &unused, &unused, &unused)) return 0;
-  return Joined(start);
+  if (!::GetProcessTimes(process, &start, &unused, &unused, &unused)) return {};
+  return start;
 }
 
 void WaitForEnd(DWORD process_id) noexcept {
@@ -24,7 +24,9 @@ void WaitForEnd(DWORD process_id) noexcept {
       ::OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
   if (!host) return;
   // Started after this process: not the host, but somebody who was given its number.
-  if (StartTimeOf(host.get()) > StartTimeOf(::GetCurrentProcess())) return;
+  const FILETIME host_start = StartTimeOf(host.get());
+  const FILETIME own_start = StartTimeOf(::GetCurrentProcess());
+  if (::CompareFileTime(&host_start, &own_start) > 0) return;
   ::WaitForSingleObject(host.get(), kLongestWaitMilliseconds);
 }
 

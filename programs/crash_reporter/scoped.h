@@ -14,16 +14,10 @@ struct HandleCloser {
 };
 using ScopedHandle = std::unique_ptr<void, HandleCloser>;
 
-// CreateFileW and FindFirstFileW name "no handle" otherwise than everybody else.
+// CreateFileW names "no handle" otherwise than everybody else.
 [[nodiscard]] inline HANDLE ValidOrNull(HANDLE handle) noexcept {
   return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
 }
-
-struct FindCloser {
-  using pointer = HANDLE;
-  void operator()(HANDLE handle) const noexcept { ::FindClose(handle); }
-};
-using ScopedFind = std::unique_ptr<void, FindCloser>;
 
 struct GdiDeleter {
   void operator()(HGDIOBJ object) const noexcept { ::DeleteObject(object); }

@@ -11,9 +11,12 @@ constexpr Texts kTexts[] = {
      .crashed = L"{} has crashed",
      .request = L"You can help to find the cause by sending a report to the makers of the program. "
                 L"Nothing is sent unless you choose “Send”.",
-     .contents = L"The report holds what went wrong and where, the modules that were loaded, some "
-                 L"data on this computer’s system, your user name in the program, and a dump of "
-                 L"the program’s stacks in memory, which may hold personal data.",
+     .contents = L"The report holds what went wrong and where, the modules that were loaded and "
+                 L"their paths, some data on this computer’s system, its local network address, "
+                 L"your user name in the program, and a dump of the program’s stacks in memory, "
+                 L"which may hold personal data.",
+     .recipient = L"Recipient: {}. The connection is not encrypted: others on the network may read "
+                  L"what is sent.",
      .files = L"These files are sent:",
      .comment = L"What were you doing? (optional, sent along)",
      .send_earlier_too = L"&Also send earlier reports that could not be sent ({})",
@@ -35,8 +38,10 @@ constexpr Texts kTexts[] = {
      .title = L"{} – 崩溃报告",
      .crashed = L"{} 已崩溃",
      .request = L"您可以向程序的开发者发送报告，帮助查明原因。只有选择“发送”后才会发送数据。",
-     .contents = L"报告包含：出错的类型和位置、已加载的模块、本机系统的部分信息、您在程序中的用户"
-                 L"名，以及程序内存中各线程堆栈的转储，其中可能含有个人数据。",
+     .contents = L"报告包含：出错的类型和位置、已加载的模块及其路径、本机系统的部分信息、本机的局"
+                 L"域网地址、您在程序中的用户名，以及程序内存中各线程堆栈的转储，其中可能含有个人"
+                 L"数据。",
+     .recipient = L"接收方：{}。连接未加密，传输途中可能被他人读取。",
      .files = L"将发送以下文件：",
      .comment = L"崩溃时您正在做什么？（可不填，随报告一起发送）",
      .send_earlier_too = L"同时发送之前未能发送的报告（{} 份）(&A)",
@@ -57,9 +62,12 @@ constexpr Texts kTexts[] = {
      .crashed = L"{} が異常終了しました",
      .request = L"開発元にレポートを送信すると、原因の調査に役立ちます。［送信する］を選ばないかぎ"
                 L"り、何も送信されません。",
-     .contents = L"レポートには、エラーの種類と発生場所、読み込まれていたモジュール、このコンピュー"
-                 L"ターのシステム情報の一部、プログラムでのユーザー名、およびメモリ上のスタックのダ"
-                 L"ンプが含まれます。ダンプには個人情報が含まれることがあります。",
+     .contents = L"レポートには、エラーの種類と発生場所、読み込まれていたモジュールとそのパス、この"
+                 L"コンピューターのシステム情報の一部とローカル ネットワーク アドレス、プログラムで"
+                 L"のユーザー名、およびメモリ上のスタックのダンプが含まれます。ダンプには個人情報が"
+                 L"含まれることがあります。",
+     .recipient = L"送信先：{}。通信は暗号化されないため、途中で第三者に内容を読み取られる可能性が"
+                  L"あります。",
      .files = L"送信されるファイル：",
      .comment = L"何をしているときに起きましたか？（任意、一緒に送信されます）",
      .send_earlier_too = L"以前に送信できなかったレポートも送信する（{} 件）(&A)",
@@ -86,9 +94,12 @@ constexpr Texts kTexts[] = {
          L"Sie können helfen, die Ursache zu finden, indem Sie den Herstellern des Programms "
          L"einen Bericht senden. Ohne Ihre Wahl „Senden“ wird nichts gesendet.",
      .contents =
-         L"Der Bericht enthält Art und Ort des Fehlers, die geladenen Module, einige Angaben "
-         L"zum System dieses Computers, Ihren Benutzernamen im Programm und ein Abbild der "
-         L"Stapel des Programms im Speicher, das persönliche Daten enthalten kann.",
+         L"Der Bericht enthält Art und Ort des Fehlers, die geladenen Module und ihre Pfade, "
+         L"einige Angaben zum System dieses Computers, seine Adresse im lokalen Netz, Ihren "
+         L"Benutzernamen im Programm und ein Abbild der Stapel des Programms im Speicher, das "
+         L"persönliche Daten enthalten kann.",
+     .recipient = L"Empfänger: {}. Die Verbindung ist nicht verschlüsselt: Andere im Netz können "
+                  L"mitlesen, was gesendet wird.",
      .files = L"Diese Dateien werden gesendet:",
      .comment = L"Was haben Sie gerade getan? (freiwillig, wird mitgesendet)",
      .send_earlier_too = L"&Auch frühere Berichte senden, die nicht gesendet werden konnten ({})",

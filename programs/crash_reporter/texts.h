@@ -11,7 +11,7 @@
 
 namespace crash_reporter {
 
-// "{}" stands for what Filled() puts in: the application's name, or a number of reports.
+// "{}" stands for what Filled() puts in: the application's name, servers, or a number of reports.
 // "&" marks the access key of a button.
 struct Texts {
   std::uint32_t number;  // as TAVU_SetReporterLanguage takes it
@@ -21,6 +21,7 @@ struct Texts {
   const wchar_t* crashed;  // {}: application
   const wchar_t* request;
   const wchar_t* contents;
+  const wchar_t* recipient;  // {}: the servers
   const wchar_t* files;
   const wchar_t* comment;
   const wchar_t* send_earlier_too;  // {}: how many

@@ -2,6 +2,8 @@
 // test's, its windows on a desktop of the test's, its kept reports in a folder of the test's.
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cwchar>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -89,6 +91,10 @@ std::wstring TextOf(HWND window) {
   return text;
 }
 
+bool Says(HWND form, const std::wstring& text) {
+  return ::FindWindowExW(form, nullptr, L"STATIC", text.c_str()) != nullptr;
+}
+
 // "7=127.0.0.1|2=1.0.3|…", in the order of the wire.
 std::string FieldsOf(const Bytes& request) {
   TAVU::lumo::MemoryReader reader(request);
@@ -100,6 +106,10 @@ std::string FieldsOf(const Bytes& request) {
     fields += "|" + std::to_string(node.key.int_value()) + "=" + std::string(node.value.text());
   }
   return fields;
+}
+
+bool IsWine() {
+  return ::GetProcAddress(::GetModuleHandleW(L"ntdll"), "wine_get_version") != nullptr;
 }
 
 void Write(const fs::path& path, const std::string& content) {
@@ -119,7 +129,7 @@ class CrashReporter : public testing::Test {
   // served by its Explorer, with the driver that draws nothing.
   static void SetUpTestSuite() {
     ::CreateDesktopW(Process::desktop, nullptr, nullptr, 0, GENERIC_ALL, nullptr);
-    if (::GetProcAddress(::GetModuleHandleW(L"ntdll"), "wine_get_version")) {
+    if (IsWine()) {
       static const Process explorer(std::wstring(L"explorer.exe /desktop=") + Process::desktop +
                                     L",1280x1024,null");
       ::WaitForInputIdle(explorer.handle.get(), kPatience);
@@ -137,6 +147,24 @@ class CrashReporter : public testing::Test {
   void WriteCrash() const {
     Write(document_, kDocument);
     Write(dump_, kDump);
+  }
+  // As the reporter names the folder of a report that it kept so many hours before the test.
+  [[nodiscard]] std::wstring NameAgo(int hours) const {
+    const ULONGLONG moment = start_ - static_cast<ULONGLONG>(hours) * 36'000'000'000;
+    const FILETIME halves = {static_cast<DWORD>(moment), static_cast<DWORD>(moment >> 32)};
+    SYSTEMTIME t = {};
+    ::FileTimeToSystemTime(&halves, &t);
+    std::array<wchar_t, 64> name = {};
+    std::swprintf(name.data(), name.size(), L"%04u%02u%02u-%02u%02u%02u-000-1", t.wYear, t.wMonth,
+                  t.wDay, t.wHour, t.wMinute, t.wSecond);
+    return name.data();
+  }
+  fs::path AddKept(int hours_ago) const {
+    const fs::path folder = kept_ / NameAgo(hours_ago);
+    fs::create_directories(folder);
+    Write(folder / L"report.txt", "dumpFilename=x.dmp");
+    Write(folder / L"x.dmp", "x");
+    return folder;
   }
   [[nodiscard]] std::set<std::wstring> Kept() const {
     std::set<std::wstring> names;
@@ -162,6 +190,11 @@ class CrashReporter : public testing::Test {
   const std::wstring folder_ =
       (fs::temp_directory_path() / L"tavu r\u00E9p \u62A5\u544A ").native() +
       std::to_wstring(::GetCurrentProcessId());
+  const ULONGLONG start_ = [] {
+    FILETIME now = {};
+    ::GetSystemTimeAsFileTime(&now);
+    return (static_cast<ULONGLONG>(now.dwHighDateTime) << 32) | now.dwLowDateTime;
+  }();
   const fs::path kept_ = folder_ + L"\\TAVU\\CrashReports";
   // With the doubled backslash of the library's paths.
   const std::wstring document_ = folder_ + L"\\\\Game_20111201090503_CrashInfo.xml";
@@ -229,6 +262,8 @@ TEST_F(CrashReporter, KeepsWhatFailsAndDeliversItWithTheNextOrByHand) {
     const Process reporter(L"TAVU_CrashReporter.exe");
     const HWND form = reporter.WaitFor(Form::kQuestion);
     EXPECT_EQ(TextOf(form), TextsFor(3).earlier_title);
+    EXPECT_TRUE(
+        Says(form, Filled(TextsFor(3).recipient, L"127.0.0.1:" + std::to_wstring(server.port()))));
     ::PostMessageW(form, WM_COMMAND, kFirstButton, 0);
     EXPECT_EQ(fails ? reporter.Answer(Form::kNotice) : reporter.Wait(),
               fails ? ExitCode::kKept : ExitCode::kDone);
@@ -239,7 +274,7 @@ TEST_F(CrashReporter, KeepsWhatFailsAndDeliversItWithTheNextOrByHand) {
   EXPECT_EQ(Process(L"TAVU_CrashReporter.exe").Wait(), ExitCode::kNothingToSend);
 }
 
-TEST_F(CrashReporter, KeepsWhatItCannotAskAbout) {
+TEST_F(CrashReporter, KeepsWhatItCannotAskAboutUntilSomebodyAgrees) {
   // Windows can be made on such a station, a service's for one, but nobody sees them.
   const HWINSTA station = ::GetProcessWindowStation();
   ::SetProcessWindowStation(::CreateWindowStationW(L"tavu_unseen", 0, GENERIC_ALL, nullptr));
@@ -250,13 +285,18 @@ TEST_F(CrashReporter, KeepsWhatItCannotAskAbout) {
   ScriptedServer server;
   EXPECT_EQ(Process(Line(server.port(), L"false"), unseen).Wait(), ExitCode::kKept);
   EXPECT_TRUE(server.Connections().empty());
+  EXPECT_EQ(Process(Line(server.port(), L"true")).Wait(), ExitCode::kDone);
+  EXPECT_EQ(server.WaitForRequests(1).size(), 1U) << "sent along what nobody agreed to";
+  EXPECT_EQ(Kept().size(), 1U);
 }
 
 TEST_F(CrashReporter, KeepsTheNewestWithinItsBounds) {
-  for (int name = 10; name < 20; ++name) {
-    fs::create_directories(kept_ / std::to_wstring(name));
-    Write(kept_ / std::to_wstring(name) / L"report.txt", "dumpFilename=x.dmp");
-  }
+  AddKept(29 * 24);
+  AddKept(31 * 24);
+  EXPECT_EQ(Process(L"TAVU_CrashReporter.exe").Wait(), ExitCode::kNothingToSend) << "no server";
+  EXPECT_EQ(Kept(), std::set{NameAgo(29 * 24)}) << "age";
+
+  for (int hours = 10; hours < 19; ++hours) AddKept(hours);
   {
     const Process reporter(Line(0));
     const std::wstring shown = TextOf(::GetDlgItem(reporter.WaitFor(Form::kNotice), kPaths));
@@ -264,19 +304,44 @@ TEST_F(CrashReporter, KeepsTheNewestWithinItsBounds) {
     EXPECT_EQ(Read(shown + L"\\Game_20111201090503_CrashInfo.xml"), kDocument);
     EXPECT_EQ(Read(shown + L"\\Game_20111201090503_Crash.dmp"), kDump);
   }
-  EXPECT_EQ(Kept().size(), 10U);
-  EXPECT_FALSE(Kept().count(L"10"));
+  EXPECT_EQ(Kept().size(), 10U) << "number";
+  EXPECT_FALSE(Kept().count(NameAgo(29 * 24)));
 
-  Write(kept_ / L"17\\x.dmp", "");
-  fs::resize_file(kept_ / L"17\\x.dmp", 64 << 20);
+  fs::resize_file(kept_ / NameAgo(12) / L"x.dmp", 64 << 20);
   EXPECT_EQ(Process(Line(0)).Answer(Form::kNotice), ExitCode::kKept);
   const std::set<std::wstring> kept = Kept();
-  EXPECT_EQ(kept.size(), 4U);
-  EXPECT_TRUE(kept.count(L"18") && !kept.count(L"17"));
+  EXPECT_EQ(kept.size(), 4U) << "size";
+  EXPECT_TRUE(kept.count(NameAgo(11)) && !kept.count(NameAgo(12)));
 
   fs::resize_file(dump_, (64 << 20) + 1);
   EXPECT_EQ(Process(Line(0)).Answer(Form::kNotice), ExitCode::kLost);
   EXPECT_EQ(Kept(), kept);
+}
+
+TEST_F(CrashReporter, DeletesOnlyWhatItKept) {
+  const fs::path too_old = AddKept(31 * 24);
+  Write(too_old / L"mine.txt", "mine");
+  const fs::path in_another_form = kept_ / L"2011 photos";
+  fs::rename(AddKept(32 * 24), in_another_form);
+  const fs::path junction = AddKept(33 * 24);
+  fs::rename(junction, kept_.parent_path() / L"elsewhere");
+  // A link to a folder is what Wine shows as a junction. It gives no handle of a Unix program.
+  const std::wstring name = junction.filename();
+  fs::current_path(kept_);
+  Process(IsWine() ? L"Z:\\bin\\ln -s ../elsewhere " + name
+                   : L"cmd /c mklink /J " + name + L" ..\\elsewhere");
+  while (!fs::exists(junction / L"report.txt")) ::Sleep(10);
+
+  EXPECT_EQ(Process(L"TAVU_CrashReporter.exe").Wait(), ExitCode::kNothingToSend);
+  EXPECT_FALSE(fs::exists(too_old / L"report.txt") || fs::exists(too_old / L"x.dmp"));
+  EXPECT_TRUE(fs::exists(too_old / L"mine.txt"));
+  for (const fs::path& folder : {in_another_form, junction}) {
+    EXPECT_TRUE(fs::exists(folder / L"report.txt") && fs::exists(folder / L"x.dmp")) << folder;
+  }
+
+  Process(IsWine() ? L"Z:\\bin\\rm " + name : L"cmd /c rmdir " + name);
+  while (fs::exists(junction)) ::Sleep(10);
+  fs::current_path(fs::temp_directory_path());
 }
 
 TEST_F(CrashReporter, SendsWhatIsAllowedWithTheCommentAndEarlierReports) {
@@ -289,6 +354,8 @@ TEST_F(CrashReporter, SendsWhatIsAllowedWithTheCommentAndEarlierReports) {
     EXPECT_EQ(TextOf(::GetDlgItem(form, kPaths)), folder_ +
                                                       L"\\Game_20111201090503_CrashInfo.xml\r\n" +
                                                       folder_ + L"\\Game_20111201090503_Crash.dmp");
+    EXPECT_TRUE(
+        Says(form, Filled(TextsFor(3).recipient, L"127.0.0.1:" + std::to_wstring(server.port()))));
     ::SendMessageW(form, WM_COMMAND, IDOK, 0);  // Return was meant for the crashed program
     EXPECT_EQ(reporter.Answer(Form::kQuestion, no), ExitCode::kDeclined);
   }
@@ -307,7 +374,8 @@ TEST_F(CrashReporter, SendsWhatIsAllowedWithTheCommentAndEarlierReports) {
   for (const bool earlier_too : {false, true}) {
     const Process reporter(line);
     const HWND form = reporter.WaitFor(Form::kQuestion);
-    if (!earlier_too) ::SendDlgItemMessageW(form, kCheckBox, BM_SETCHECK, BST_UNCHECKED, 0);
+    EXPECT_TRUE(::GetDlgItem(form, kCheckBox));
+    if (earlier_too) ::SendDlgItemMessageW(form, kCheckBox, BM_SETCHECK, BST_CHECKED, 0);
     EXPECT_EQ(reporter.Answer(Form::kQuestion), ExitCode::kDone);
     EXPECT_EQ(Kept().size(), earlier_too ? 0U : 1U);
   }
