@@ -26,6 +26,7 @@ install(FILES examples/host/host.cc DESTINATION examples/host)
 install(FILES programs/collector/README.md DESTINATION programs/collector)
 install(FILES examples/python_reader/read_requests.py DESTINATION examples/python_reader)
 install(PROGRAMS tools/explain DESTINATION tools)
+install(DIRECTORY tools/crash_reading DESTINATION tools FILES_MATCHING PATTERN "*.py")
 
 set(CPACK_GENERATOR ZIP)
 set(CPACK_PACKAGE_NAME TAVU)

@@ -48,6 +48,7 @@ class PackageTest(unittest.TestCase):
         for file in ("bin/TAVU.dll", "bin/TAVU.pdb", "bin/TAVU_CrashReporter.exe", "lib/TAVU.lib",
                      "include/tavu/tavu.h", "docs/wire.md", "docs/crashes.md"):
             self.assertTrue((self.package / file).is_file(), file)
+        run(sys.executable, self.package / "tools" / "explain", "--help")
         links = re.findall(r"\]\(([^)#:]+)\)", (self.package / "README.md").read_text())
         self.assertGreaterEqual(len(links), 2)
         for link in links:

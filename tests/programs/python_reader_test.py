@@ -6,6 +6,7 @@ import pathlib
 import socket
 import subprocess
 import sys
+import tracemalloc
 import unittest
 
 from collector_test import SUCCESS, bytes_of, plain, records
@@ -36,6 +37,16 @@ class PythonReaderTest(unittest.TestCase):
                     read_requests.decode(request[:size])
             with self.assertRaises(read_requests.BadRequest):
                 read_requests.decode(request + b"\0")
+
+    def test_percent_forms_cost_no_more_than_their_bytes(self):
+        for shift in range(4):  # so that each place of a form meets the border of a block
+            decoded = read_requests.percent_decoded(b"x" * shift + b"%E4%" * (1 << 16) + b"%4")
+            self.assertEqual(decoded, b"x" * shift + b"\xe4%" * (1 << 16) + b"%4")
+        data = b"%E4%" * (1 << 17)
+        tracemalloc.start()
+        read_requests.percent_decoded(data)
+        self.assertLess(tracemalloc.get_traced_memory()[1], 25 * len(data))  # 100 without blocks
+        tracemalloc.stop()
 
     def test_serves_a_request(self):
         command = [sys.executable, READER, "--count", "1"]
