@@ -53,7 +53,12 @@ class CrashingHostTest(unittest.TestCase):
         failing = next(n for n, line in enumerate(lines, 1) if '(g_nowhere) = 1;' in line)
         folder, host = self.start('thread')
         host.wait(SECONDS)
-        output = subprocess.run([ROOT / 'tools/explain', folder, '--symbols', HOST.parent],
+        # A name that a debugger would take for an expression and the end of a text.
+        crash = pathlib.Path(folder, 'a `1` "b')
+        crash.mkdir()
+        for file in pathlib.Path(folder).glob('tavu_crashing_host_*'):
+            file.rename(crash / file.name)
+        output = subprocess.run([ROOT / 'tools/explain', crash, '--symbols', HOST.parent],
                                 stdout=subprocess.PIPE, text=True, check=True).stdout
         self.assertIn('EXCEPTION_ACCESS_VIOLATION writing 0x00000010', output)
         for stack in ('document', 'dump'):
