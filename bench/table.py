@@ -77,8 +77,8 @@ def read(paths):
             pairs['size'] = (os.path.getsize(path), None, 'bytes')
         else:
             with open(path, encoding='utf-8') as file:
-                for line in file:
-                    name, ours, other, unit = line.rstrip('\r\n').split('\t')
+                for row in file:
+                    name, ours, other, unit = row.rstrip('\r\n').split('\t')
                     pairs[name] = (float(ours), None if other == '-' else float(other), unit)
     return pairs, times
 

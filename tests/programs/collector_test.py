@@ -22,7 +22,7 @@ import unittest
 import urllib.parse
 
 VECTORS = pathlib.Path(__file__).resolve().parents[1] / "data"
-COMMAND = []
+COMMAND: list[str] = []
 PATIENCE = 120  # seconds for what takes milliseconds, so that a busy machine is no failure
 
 SUCCESS = bytes.fromhex("cf10000400057201004e7a0000")

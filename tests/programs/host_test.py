@@ -10,7 +10,7 @@ import unittest
 
 import collector_test
 
-HOST = []
+HOST: list[str] = []
 TEXTS = [
     ("save", None, "the saved game cannot be written"),
     ("disk", '{"free": 0}', "no space left"),
