@@ -22,6 +22,7 @@ HEADER = 'include/tavu/tavu.h'
 PACKED = {'docs/package/README.md': ROOT}
 
 LINK = re.compile(r'\]\(([^)\s]+)\)')
+FENCE = re.compile(r'^```.*?^```', re.M | re.S)
 CODE = re.compile(r'`([^`\n]+)`')
 SOURCE_NAME = re.compile(r'[\w.*/-]+\.(?:h|cc|c|py|cmake|inc|json)|[\w.*-]+(?:/[\w.*-]+)*/')
 EXPORT = re.compile(r'TAVU_CALL (TAVU_\w+)\(')
@@ -39,9 +40,13 @@ def anchors(path: Path) -> set[str]:
     return {re.sub(r'[^\w -]', '', heading.lower()).replace(' ', '-') for heading in headings}
 
 
+def prose(path: str) -> str:
+    return FENCE.sub('', (ROOT / path).read_text(encoding='utf-8'))
+
+
 def broken_links(path: str) -> Iterator[str]:
     base = PACKED.get(path, (ROOT / path).parent)
-    for link in LINK.findall((ROOT / path).read_text(encoding='utf-8')):
+    for link in LINK.findall(prose(path)):
         if '://' in link:
             continue
         name, _, anchor = link.partition('#')
@@ -55,7 +60,7 @@ def broken_links(path: str) -> Iterator[str]:
 def missing_names(path: str, files: list[str]) -> Iterator[str]:
     folders = {f'{parent}/' for name in files for parent in Path(name).parents}
     known = set(files) | folders
-    for code in CODE.findall((ROOT / path).read_text(encoding='utf-8')):
+    for code in CODE.findall(prose(path)):
         if not SOURCE_NAME.fullmatch(code) or code.startswith(('build/', 'bin/', 'lib/')):
             continue  # what a build makes
         patterns = (code, f'src/{code}', f'{Path(path).parent}/{code}', f'*/{code}')
