@@ -32,7 +32,8 @@ class CrashingHostTest(unittest.TestCase):
         # quoting that survives the way through two systems' shells.
         pathlib.Path(folder.name, 'run.bat').write_text(
             f'@set TMP={windows_folder}\n@set LOCALAPPDATA={windows_folder}\n@"Z:{HOST}" {way} '
-            f'127.0.0.1 9 --keep-files --no-restart --auto-report {options}\n', encoding='utf-8', newline='\r\n')
+            f'127.0.0.1 9 --keep-files --no-restart --auto-report {options}\n',
+            encoding='utf-8', newline='\r\n')
         return folder.name, subprocess.Popen(
             [WINE, 'cmd', '/c', windows_folder + '\\run.bat'], stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
