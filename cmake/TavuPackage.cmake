@@ -1,5 +1,5 @@
-# What a developer on Windows gets, as `cmake --install` lays it out and scripts/package packs it: the
-# same tree as the repository's where the README speaks of it, so that its links hold in both.
+# What a developer on Windows gets, as `cmake --install` lays it out and scripts/package packs it. Its
+# README is one of its own; documents lie where the repository has them, so that their links hold.
 include(CMakePackageConfigHelpers)
 
 set(tavu_config_folder lib/cmake/TAVU)
@@ -20,8 +20,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/TAVUConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/TAVUConfig.cmake ${PROJECT_BINARY_DIR}/TAVUConfigVersion.cmake
   DESTINATION ${tavu_config_folder})
 
-install(FILES README.md DESTINATION .)
-install(DIRECTORY docs DESTINATION .)
+install(FILES docs/package/README.md CHANGELOG.md DESTINATION .)
+install(FILES docs/wire.md docs/crashes.md DESTINATION docs)
 install(FILES examples/host/host.cc DESTINATION examples/host)
 install(FILES programs/collector/README.md DESTINATION programs/collector)
 install(FILES examples/python_reader/read_requests.py DESTINATION examples/python_reader)

@@ -4,6 +4,7 @@
 1. Links lead to files of the project and to headings that exist.
 2. Files and folders named in backticks exist: from the root, from src/, or by their base name.
 3. docs/architecture.md maps each function of the public header, once, to a file that defines it.
+4. The README and the package's README show the same host, which the package's test compiles.
 
 Prints one line for each offence and ends with 1, or prints nothing and ends with 0.
 """
@@ -18,8 +19,8 @@ ROOT = Path(__file__).resolve().parents[2]
 MAP = 'docs/architecture.md'
 HEADER = 'include/tavu/tavu.h'
 
-# Packed into the zip's root as README.md, so its links are those of the zip.
-PACKED = {'docs/package/README.md': ROOT}
+# Packed into the zip's root, so its links are those of the zip.
+PACKAGE_README = 'docs/package/README.md'
 
 LINK = re.compile(r'\]\(([^)\s]+)\)')
 FENCE = re.compile(r'^```.*?^```', re.M | re.S)
@@ -45,7 +46,7 @@ def prose(path: str) -> str:
 
 
 def broken_links(path: str) -> Iterator[str]:
-    base = PACKED.get(path, (ROOT / path).parent)
+    base = ROOT if path == PACKAGE_README else (ROOT / path).parent
     for link in LINK.findall(prose(path)):
         if '://' in link:
             continue
@@ -85,9 +86,16 @@ def unmapped_exports() -> Iterator[str]:
             yield f'{MAP}: maps {name} to {file}, which does not define it'
 
 
+def different_hosts() -> Iterator[str]:
+    hosts = [re.findall(r'^```c\n.*?^```', (ROOT / path).read_text(encoding='utf-8'), re.M | re.S)
+             for path in ('README.md', PACKAGE_README)]
+    if not hosts[0] or hosts[0] != hosts[1]:
+        yield f'{PACKAGE_README}: shows another host than README.md'
+
+
 def main() -> int:
     files = tracked()
-    offences = list(unmapped_exports())
+    offences = [*unmapped_exports(), *different_hosts()]
     for path in (name for name in files if name.endswith('.md')):
         offences += [*broken_links(path), *missing_names(path, files)]
     for offence in offences:

@@ -46,13 +46,14 @@ class PackageTest(unittest.TestCase):
 
     def test_holds_all_that_it_promises(self):
         for file in ("bin/TAVU.dll", "bin/TAVU.pdb", "bin/TAVU_CrashReporter.exe", "lib/TAVU.lib",
-                     "include/tavu/tavu.h", "docs/wire.md", "docs/crashes.md"):
+                     "include/tavu/tavu.h", "docs/wire.md", "docs/crashes.md", "CHANGELOG.md"):
             self.assertTrue((self.package / file).is_file(), file)
         run(sys.executable, self.package / "tools" / "explain", "--help")
-        links = re.findall(r"\]\(([^)#:]+)\)", (self.package / "README.md").read_text())
-        self.assertGreaterEqual(len(links), 2)
-        for link in links:
-            self.assertTrue((self.package / link).exists(), link)
+        readme = (self.package / "README.md").read_text()
+        named = re.findall(r"\]\(([^)#:]+)\)", readme) + re.findall(r"^\| `([^`]+)`", readme, re.M)
+        self.assertGreaterEqual(len(named), 10)
+        for file in named:
+            self.assertTrue((self.package / file).exists(), file)
 
     def test_cmake_project_of_gcc(self):
         run("cmake", "-S", HERE / "cmake_consumer", "-B", self.folder / "build", "-G", "Ninja",
