@@ -6,21 +6,22 @@
  * they are exported under the plain names that stand here.
  *
  * INSTANCES. TAVU_Create* makes an instance: the identity under which an application reports, with
- * its report server and settings. It is named by a handle. The handle is the library's; the host
- * only passes it back, and gives it up with TAVU_Destroy. A handle that is null, was never given
- * out or was destroyed is refused with TAVU_ERROR_INVALID_HANDLE. One thing cannot be noticed: a
- * destroyed handle may be given out again for a later instance.
+ * its report server and settings. A handle names it. The handle belongs to the library; the host
+ * only passes it back, and ends the instance with TAVU_Destroy. A handle that is null, was never
+ * returned or was destroyed is refused with TAVU_ERROR_INVALID_HANDLE. The library cannot tell when
+ * a destroyed handle has been reused for a later instance.
  *
  * TEXTS. Most functions come in two forms. ...A takes and gives 8-bit texts in the ANSI code page
  * of the system, ...W takes and gives UTF-16. Both check the same things in the same order. All
- * texts end in a zero. The library copies what it keeps: a pointer that the host passes in is
- * needed only until the call returns. Text that the system cannot convert is kept, or sent, empty.
+ * texts end in a zero. The library copies what it stores: a pointer that the host passes in is
+ * needed only until the call returns. Text that the system cannot convert is stored, or sent, as an
+ * empty text.
  *
  * RESULTS. A function that returns TAVU_BOOL returns true for success. After a failure, and only
- * then, TAVU_GetLastError tells the reason; success never clears the code of an earlier failure.
+ * then, TAVU_GetLastError returns the reason; success never clears the code of an earlier failure.
  * Where several checks fail, the code is that of the first, in the order in which a function lists
  * them. A failing call changes no setting. No function lets a C++ exception out. When memory runs
- * out, a function fails and leaves the code TAVU_ERROR_INVALID_ARGUMENT; a sender,
+ * out, a function fails with the code TAVU_ERROR_INVALID_ARGUMENT, and a sender with
  * TAVU_ERROR_CALL_FAILED.
  *
  * THREADS AND THE LOCK. Every function may be called from every thread. All but TAVU_GetLastError
@@ -33,11 +34,11 @@
  *   - The lock is not re-entrant. A function called from a callback of the library waits for ever.
  *   - Call nothing from DllMain: another thread may need the loader lock in order to give up this
  *     one.
- * "Blocks: for the lock only" below means that the function does nothing that lasts by itself.
+ * "Blocks: for the lock only" below means that the function itself does nothing that takes long.
  *
- * UNLOADING. The library may be loaded late, with threads running, and unloaded again. Before it is
- * unloaded, no thread may be inside it, each TAVU_LUADUMP_SENDER must be destroyed and the crash
- * handler stopped. When the whole process ends nothing need be given up.
+ * UNLOADING. The library may be loaded late, with threads running, and unloaded again. When it is
+ * unloaded, no thread may be inside it, each TAVU_LUADUMP_SENDER must have been destroyed and the
+ * crash handler stopped. When the whole process ends, nothing need be released.
  *
  * NETWORK. Nothing on the wire is encrypted, and nothing proves who the server or the sender is:
  * whoever can read the traffic reads records, files and dumps.
@@ -94,11 +95,11 @@ typedef struct TAVU_LuaDumpSender* TAVU_LUADUMP_SENDER;
 
 /* What TAVU_GetLastError returns. A thread without a failure so far has 0. */
 enum {
-  /* The handle names no instance: null, never given out, or destroyed. */
+  /* The handle names no instance: null, never returned, or destroyed. */
   TAVU_ERROR_INVALID_HANDLE = 101,
-  /* The process has a crash handler already, installed through this or another instance. */
+  /* The process already has a crash handler, installed through this or another instance. */
   TAVU_ERROR_CRASH_HANDLER = 102,
-  /* The version given to TAVU_Create* is null or not of the required form. */
+  /* The version given to TAVU_Create* is null or malformed. */
   TAVU_ERROR_BAD_VERSION = 103,
   /* The instance has no report server yet. */
   TAVU_ERROR_NO_SERVER = 104,
@@ -113,7 +114,7 @@ enum {
   TAVU_ERROR_NO_USER_ID = 108,
   /* A file to be sent could not be opened or read. */
   TAVU_ERROR_FILE_READ = 109,
-  /* The path of the host's executable, or the temporary folder, could not be found out. */
+  /* The path of the host's executable, or the temporary folder, could not be determined. */
   TAVU_ERROR_MODULE_PATH = 110
 };
 
@@ -133,9 +134,9 @@ enum {
 };
 
 /*
- * The code that the calling thread's last failed call left: a TAVU_ERROR_*, 0 when none has failed
- * on this thread. Each thread has its own. Success leaves it as it is, so ask only after a failure.
- * Not related to GetLastError of Windows, which it leaves untouched.
+ * The code that the calling thread's last failed call left: a TAVU_ERROR_*, or 0 when none has
+ * failed on this thread. Each thread has its own. Success does not change it, so ask only after a
+ * failure. Not related to GetLastError of Windows, which it leaves untouched.
  * Blocks: never, and takes no lock.
  */
 TAVU_API uint32_t TAVU_CALL TAVU_GetLastError(void);
@@ -161,11 +162,11 @@ TAVU_API TAVU_HANDLE TAVU_CALL TAVU_CreateW(const wchar_t* softwareId, const wch
                                             const wchar_t* appShowName);
 
 /*
- * Gives an instance up, after removing the crash handler if this instance started it. The handle is
- * invalid from then on, with one exception: it stays valid, and the instance alive, if before
- * TAVU_SendLog_TCPW, TAVU_SendCrashInfo or TAVU_SendCrashInfoW failed on it with
+ * Destroys an instance, after removing the crash handler if this instance started it. The handle is
+ * invalid from then on, with one exception: it stays valid, and the instance alive, if
+ * TAVU_SendLog_TCPW, TAVU_SendCrashInfo or TAVU_SendCrashInfoW failed on it earlier with
  * TAVU_ERROR_NO_SERVER, or TAVU_StartCrashHandler with TAVU_ERROR_MODULE_PATH. Each such failure
- * holds it for one further TAVU_Destroy. A host that sets the report server first never sees this.
+ * holds it for one more TAVU_Destroy. A host that sets the report server first never sees this.
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
@@ -177,7 +178,7 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_Destroy(TAVU_HANDLE handle);
 /*
  * Sets the server that the instance reports to.
  *   host  a dotted IPv4 address or a name. Neither checked nor looked up here: each connection
- *         looks a name up again. Kept in the ANSI code page.
+ *         looks a name up again. Stored in the ANSI code page.
  *   port  1 to 65535
  * On failure:
  *   TAVU_ERROR_INVALID_ARGUMENT  host is null or empty, or port is 0
@@ -193,8 +194,8 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetReportServerW(TAVU_HANDLE handle, const wch
  * Reads the report server.
  *   port      receives the port
  *   buffer    receives the host
- *   capacity  of the buffer, in characters of its kind, the terminator included. Give the length of
- *             the host plus 1 at the least.
+ *   capacity  of the buffer, in characters of its kind, the terminator included. Give at least the
+ *             length of the host plus 1.
  * A capacity that equals the length exactly leaves no room for the terminator and is not refused:
  * the A form succeeds without the last character. In the W form the C runtime's own check fails:
  * the runtime's invalid-parameter handler runs, and when that returns, the text is empty and the
@@ -225,11 +226,11 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetUserIDW(TAVU_HANDLE handle, const wchar_t* 
 /*
  * Reads the user identifier.
  *   buffer    receives it, always terminated
- *   capacity  of the buffer, in characters of its kind, the terminator included. Give the length in
- *             UTF-16 units plus 1 at the least; the A form in a double-byte code page up to twice
+ *   capacity  of the buffer, in characters of its kind, the terminator included. Give at least the
+ *             length in UTF-16 units plus 1; for the A form in a double-byte code page up to twice
  *             that.
- * A text that finds too little room for itself and its terminator in a capacity that was accepted
- * is cut at its end, and the call succeeds.
+ * A text that does not fit, with its terminator, into a capacity that was accepted is cut at its
+ * end, and the call succeeds.
  * On failure:
  *   TAVU_ERROR_INVALID_ARGUMENT  buffer is null or capacity is 0
  *   TAVU_ERROR_INVALID_HANDLE
@@ -243,7 +244,7 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_GetUserIDW(TAVU_HANDLE handle, wchar_t* buffer
 
 /*
  * Sets how long, in milliseconds, the instance's senders wait for a connection, and then for each
- * next part of the server's reply. 3000 unless set.
+ * read of the server's reply. 3000 by default.
  * On failure:
  *   TAVU_ERROR_INVALID_ARGUMENT  milliseconds is 0 or negative
  *   TAVU_ERROR_INVALID_HANDLE
@@ -255,7 +256,7 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t millise
 
 /*
  * Sends one log record: over TCP, waiting for the server's confirmation, or over UDP, where success
- * means no more than that it left this machine. A new connection for each record, no queue, no
+ * means only that it left this machine. Each record has a new connection; there is no queue and no
  * second attempt.
  *   level      0 to 7, TAVU_LEVEL_*
  *   logType    the host's own kind of log. Not null, not empty.
@@ -267,8 +268,8 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t millise
  *   TAVU_ERROR_NO_SERVER         no server was set. After this failure TAVU_SendLog_TCPW, alone of
  *                                the four, keeps the instance alive; see TAVU_Destroy.
  *   TAVU_ERROR_CONNECT_FAILED    no connection was made, or the server's name is unknown
- *   TAVU_ERROR_CALL_FAILED       sending failed; over TCP also no reply in time, or one that tells
- *                                of an error; or memory ran out
+ *   TAVU_ERROR_CALL_FAILED       sending failed; over TCP also: no reply in time, or one that
+ *                                reports an error; or memory ran out
  * Blocks: for the lock; while the system looks a name up; over TCP up to the time-out for the
  * connection, as long as the server is slow to take the data, and up to the time-out whenever its
  * reply makes no progress. All the while every other call waits too.
@@ -308,7 +309,7 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendFileW(TAVU_HANDLE handle, uint64_t length,
                                             const wchar_t* description, const wchar_t* message);
 
 /*
- * Sends what a crash left behind, as the crash handler wrote it or the host itself, over TCP. Both
+ * Sends what a crash left, as the crash handler wrote it or the host itself, over TCP. Both
  * files are read whole into memory before a connection is tried; each must be smaller than 4 GiB
  * and must not shrink during the call, which would then never return.
  *   message       not null; may be empty
@@ -337,7 +338,7 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar
 
 /*
  * Installs the process's crash handler. There is one for the whole process, owned by the instance
- * that started it, whose settings at the moment of a crash count. It becomes the top-level
+ * that started it, whose settings at the moment of a crash apply. It becomes the top-level
  * exception filter, and the entry of SetUnhandledExceptionFilter in kernel32 is overwritten, so
  * that nobody else in the process can replace it: further calls of that function do nothing and
  * return null.
@@ -345,40 +346,39 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SendCrashInfoW(TAVU_HANDLE handle, const wchar
  * On an unhandled exception it writes two files into the temporary folder, NAME_TIME_Crash.dmp (a
  * memory dump) and NAME_TIME_CrashInfo.xml, starts TAVU_CrashReporter.exe from the host
  * executable's folder (TAVU_SetCustumCrashReporterPath* names another), waits for it to end,
- * deletes the files unless told otherwise (TAVU_DeleteLocalDumpFile), starts the application anew
- * if told so (TAVU_SetAppRestart*), and lets the process end. It uses no network. What the host
- * must know:
+ * deletes the files (unless TAVU_DeleteLocalDumpFile turned that off), restarts the application if
+ * TAVU_SetAppRestart* asked for it, and lets the process end. It uses no network. What a host must
+ * know:
  *   - It runs on the failing thread and takes the lock like any function here. A crash on a thread
  *     that is inside one of these functions, for instance because of a bad pointer given to it,
- *     therefore never gets any further: the process hangs and nothing is reported. A crash on
- *     another thread waits for a call that is under way, a slow server's time-outs included.
- *   - It needs 37 KiB of the failing thread's stack, nearly all of it for the memory dump (measured
- *     with the system library of Wine; see docs/crashes.md). After a stack overflow Windows leaves
- *     a thread hardly a page, with which nothing can be written. Let each thread that may overflow
- *     ask for more at its start:
+ *     therefore gets no further: the process hangs and nothing is reported. A crash on another
+ *     thread waits for a call that is in progress, a slow server's time-outs included.
+ *   - It needs some 40 KiB of the failing thread's stack, nearly all of it for the memory dump (see
+ *     docs/crashes.md). After a stack overflow Windows leaves a thread hardly a page, in which
+ *     nothing can be written. Let each thread that may overflow reserve more at its start:
  *         ULONG room = 65536;
  *         SetThreadStackGuarantee(&room);
- *     Deep recursion on a thread that did not ask is the one crash that commonly leaves no files.
- *   - While it waits for the reporter the other threads go on running, until they call the library.
+ *     Deep recursion on a thread without a reserve is the one crash that commonly leaves no files.
+ *   - While it waits for the reporter, the other threads keep running until they call the library.
  *   - A debugger attached to the process sees the exception instead of it.
  *
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
- *   TAVU_ERROR_MODULE_PATH    the host executable's path or the temporary folder could not be found
- *                             out. After this failure the instance is kept alive; see TAVU_Destroy.
- *   TAVU_ERROR_CRASH_HANDLER  the process has a crash handler already
- *   no code at all            the process had no top-level exception filter before, as the C
- *                             runtime of most compilers installs one. The filter is then installed
- *                             nevertheless, belongs to no instance, cannot be removed, and ends the
+ *   TAVU_ERROR_MODULE_PATH    the host executable's path or the temporary folder could not be
+ *                             determined. This failure keeps the instance alive; see TAVU_Destroy.
+ *   TAVU_ERROR_CRASH_HANDLER  the process already has a crash handler
+ *   no code at all            the process had no top-level exception filter before (the C runtime
+ *                             of most compilers installs one). The filter is installed all the
+ *                             same, belongs to no instance, cannot be removed, and ends the
  *                             process at a crash without files or reporter. The library must then
- *                             stay loaded: filter and entry lead into it.
+ *                             stay loaded, because filter and entry lead into it.
  * Blocks: for the lock only.
  */
 TAVU_API TAVU_BOOL TAVU_CALL TAVU_StartCrashHandler(TAVU_HANDLE handle);
 
 /*
- * Removes the crash handler: the filter that was there before is in place again, and
- * SetUnhandledExceptionFilter works.
+ * Removes the crash handler: the previous filter is in place again, and SetUnhandledExceptionFilter
+ * works.
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  *   no code at all             the instance does not own the crash handler, or there is none
@@ -387,7 +387,7 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_StartCrashHandler(TAVU_HANDLE handle);
 TAVU_API TAVU_BOOL TAVU_CALL TAVU_StopCrashHandler(TAVU_HANDLE handle);
 
 /*
- * The reporter sends its report without asking the user. Off unless set.
+ * Whether the reporter sends its report without asking the user. Off by default.
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
@@ -395,8 +395,8 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_StopCrashHandler(TAVU_HANDLE handle);
 TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetAutoReport(TAVU_HANDLE handle, TAVU_FLAG autoReport);
 
 /*
- * Whether the two files of a crash are deleted when the reporter has ended. On unless set. (A
- * setting, in spite of its name: nothing is deleted by this call.)
+ * Whether the two files of a crash are deleted when the reporter has ended. On by default. (A
+ * setting, despite its name: this call deletes nothing.)
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
@@ -404,7 +404,7 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetAutoReport(TAVU_HANDLE handle, TAVU_FLAG au
 TAVU_API TAVU_BOOL TAVU_CALL TAVU_DeleteLocalDumpFile(TAVU_HANDLE handle, TAVU_FLAG deleteFile);
 
 /*
- * The reporter's language: a number that is passed on to it as it is. 0 unless set.
+ * The reporter's language: a number that is passed on to it unchanged. 0 by default.
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
@@ -412,9 +412,9 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_DeleteLocalDumpFile(TAVU_HANDLE handle, TAVU_F
 TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetReporterLanguage(TAVU_HANDLE handle, uint32_t language);
 
 /*
- * Whether the application is started anew after a crash, and how. Off unless set.
- *   commandLine  for the restart. Not null and not empty when restart is true, else not looked at:
- *                an earlier one then stays.
+ * Whether the application is restarted after a crash, and how. Off by default.
+ *   commandLine  for the restart. Not null and not empty when restart is true; otherwise ignored,
+ *                and an earlier one stays.
  * The command line reaches the reporter as the host gave it (white space and percent signs travel
  * encoded) and is run with the host's rights: never build it from what somebody less trusted wrote.
  * On failure:
@@ -428,10 +428,11 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetAppRestartW(TAVU_HANDLE handle, TAVU_FLAG r
                                                  const wchar_t* commandLine);
 
 /*
- * The folder in which TAVU_CrashReporter.exe lies, for the whole process, whichever instance is
- * named. Unless set, the folder of the host's executable. TAVU_StartCrashHandler goes back to that,
- * so call this after it. ("Custum" is the name's spelling, here and below.)
- *   folder  with or without a backslash at its end; not checked. Null counts as empty.
+ * The folder of TAVU_CrashReporter.exe, for the whole process, whichever instance is named. The
+ * folder of the host's executable by default; TAVU_StartCrashHandler resets it to that, so call
+ * this afterwards. ("Custum" stands for "custom", here and below: hosts link these functions by
+ * name, so the spelling cannot change.)
+ *   folder  with or without a trailing backslash; not checked. Null counts as empty.
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
@@ -442,20 +443,19 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetCustumCrashReporterPathW(TAVU_HANDLE handle
                                                               const wchar_t* folder);
 
 /*
- * A function of the host's that writes the host's own text for the crash-information document.
- *   buffer    for the text, terminated; what it holds before is undefined
- *   capacity  4095: the most characters of its kind that there is room for before the terminator
- * True: the buffer holds the text. False, or a C++ exception: the document goes without.
- * It runs during a crash, on the failing thread, with the library's lock held: it must call nothing
- * of the library and should rely on as little as it can of the broken process.
+ * A function of the host that writes the host's own text for the crash-information document.
+ *   buffer    receives the text, terminated; its content beforehand is undefined
+ *   capacity  4095: how many characters of its kind fit in front of the terminator
+ * Returns true when the buffer holds the text. After false, or a C++ exception, the document has no
+ * such text. It runs during a crash, on the failing thread, with the library's lock held: it must
+ * not call the library, and should rely on as little of the broken process as it can.
  */
 typedef TAVU_FLAG(TAVU_CALL* TAVU_CustumInfoCallbackA)(char* buffer, int32_t capacity);
 typedef TAVU_FLAG(TAVU_CALL* TAVU_CustumInfoCallbackW)(wchar_t* buffer, int32_t capacity);
 
 /*
  * Sets that function, for the whole process, whichever instance is named. One at a time: each form
- * replaces what either form set before; null leaves none. It must stay callable as long as it is
- * set.
+ * replaces what either form set before; null removes it. It must stay callable while it is set.
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
@@ -466,13 +466,13 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetCustumInfoCallbackW(TAVU_HANDLE handle,
                                                          TAVU_CustumInfoCallbackW callback);
 
 /*
- * Sets the host's own text for the crash-information document beforehand, for the whole process,
- * whichever instance is named. Cut to its first 4095 characters; null or empty for none. Not used
- * while a callback is set, and overwritten by it. The A form converts with mbstowcs of msvcrt.dll,
- * not by the ANSI code page: in the locale of that runtime, which the library shares with every
- * host that is built on it. That is "C", with bytes above 127 as Latin-1, until somebody in the
- * process calls setlocale there; the text ends before a byte that the locale does not take. The
- * same goes for the text of an A callback.
+ * Sets the host's own text for the crash-information document ahead of a crash, for the whole
+ * process, whichever instance is named. Cut to its first 4095 characters; null or empty for none.
+ * Not used while a callback is set, and overwritten by it. The A form converts with mbstowcs of
+ * msvcrt.dll, not by the ANSI code page: in the locale of that runtime, which the library shares
+ * with every host that is built on it. That is "C", with bytes above 127 as Latin-1, until somebody
+ * in the process calls setlocale there; the text ends before a byte that the locale does not take.
+ * The same goes for the text of an A callback.
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.
@@ -486,8 +486,8 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_UpdateAdditionalCrashInfoW(TAVU_HANDLE handle,
 /*
  * These four need no instance, do not take the lock and leave no code for TAVU_GetLastError. Each
  * sender has a thread of its own that delivers its records over TCP, one after the other, in the
- * order in which they were handed in, each with 2000 milliseconds for the connection and for each
- * wait in the reply. A record that cannot be delivered is dropped.
+ * order in which they were queued, each with 2000 milliseconds for the connection and for each read
+ * of the reply. A record that cannot be delivered is dropped.
  */
 
 /*
@@ -504,9 +504,9 @@ TAVU_API TAVU_LUADUMP_SENDER TAVU_CALL TAVU_LUADUMP_Create(const char* host, uin
                                                            TAVU_FLAG discardPendingOnStop);
 
 /*
- * Stops a sender's thread and gives the sender up; no other call may be using it. Null is accepted.
+ * Stops a sender's thread and destroys the sender; no other call may be using it. Null is accepted.
  * Returns true.
- * Blocks: until the record under way, and without discardPendingOnStop every queued one, is
+ * Blocks: until the record in progress, and without discardPendingOnStop every queued one, is
  * delivered or has failed.
  */
 TAVU_API TAVU_BOOL TAVU_CALL TAVU_LUADUMP_Destroy(TAVU_LUADUMP_SENDER sender);
@@ -514,14 +514,14 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_LUADUMP_Destroy(TAVU_LUADUMP_SENDER sender);
 /*
  * Queues one dump of script state and returns.
  *   dumpNumber, softwareIdNumber, softwareVerNumber
- *             the host's own numbers, sent as they are
+ *             the host's own numbers, sent unchanged
  *   message   not null; an empty one is sent as "-"
  *   dump      the dump's text. Not null; an empty one is sent as "-".
  *   user      the user; null is sent as "USER_SERVER", an empty text as "-"
  *   extra     not null; an empty one is sent as "-"
  * Returns true when the record was queued; false when the sender or a text that must be there is
- * null, the sender is stopping, or memory ran out. Whether it was delivered is not told.
- * Blocks: hardly ever; no wait for the network.
+ * null, the sender is stopping, or memory ran out. Whether it was delivered is not reported.
+ * Blocks: hardly ever; it does not wait for the network.
  */
 TAVU_API TAVU_BOOL TAVU_CALL TAVU_LUADUMP_SendLuaDumpA(TAVU_LUADUMP_SENDER sender,
                                                        uint32_t dumpNumber,
