@@ -10,7 +10,7 @@ namespace TAVU::base {
 void YieldThread() noexcept;
 
 // Not re-entrant. A thread that waits yields its time slice again and again, so this is for short,
-// rare contention only; the lock that exports wait for behind a server is api's ApiLock.
+// rare contention only; exports that wait for a slow server wait at the ApiLock of api.
 class SpinCounterLock {
  public:
   class Guard {

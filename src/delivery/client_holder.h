@@ -22,7 +22,7 @@ class ClientHolder {
   ClientHolder();
 
   // Never released: the holder is destroyed while the library is being unloaded, and Windows
-  // forbids the WinSock clean-up of a client there. What stays behind is one small object without a
+  // forbids the WinSock clean-up of a client there. What is left is one small object without a
   // socket.
   QTC::IQtcClient* client_;
 };

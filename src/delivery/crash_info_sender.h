@@ -1,4 +1,4 @@
-// Sends what a crash left behind: its document and its memory dump.
+// Sends what a crash left: its document and its memory dump.
 #pragma once
 
 #include <string>

@@ -22,9 +22,9 @@ bool ReadFully(const base::ScopedFile& file, std::span<std::byte> block) noexcep
     if (!::ReadFile(file.get(), block.data(), static_cast<DWORD>(block.size()), &read, nullptr)) {
       return false;
     }
-    // Required: a read that succeeds with nothing is tried again without limit, so that a file
-    // which another process cuts and then writes anew is sent whole. While it stays short, the
-    // sender and with it the ApiLock stay busy.
+    // A read that succeeds with nothing is tried again without limit, so that a file which another
+    // process truncates and writes again is sent whole. While it stays short, the sender stays busy
+    // and holds the ApiLock.
     block = block.subspan(read);
   }
   return true;

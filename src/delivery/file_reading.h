@@ -9,7 +9,7 @@
 
 namespace TAVU::delivery {
 
-// The content of the file at `path`, in a block of `pool` that has a zero byte behind it. The file
+// The content of the file at `path`, in a block of `pool` followed by a zero byte. The file
 // may be open elsewhere for reading and writing. Nothing when it cannot be opened, measured or
 // read, or when there is no memory for it; the pool holds nothing of it then.
 //

@@ -45,8 +45,8 @@ SendResult SendRecord(const api::ApiLock::Guard& held, lumo::Map& record,
   const Connection connection(client, ServerOf(instance), protocol);
   if (!connection) return SendResult::kConnectFailed;
 
-  // Kept from the first connection on, even when later ones leave through another interface: a
-  // server tells one host's records by it.
+  // That of the first connection, even when later ones leave through another interface: a server
+  // groups one host's records by it.
   if (instance.localAddress.empty()) instance.localAddress = LocalAddressOf(client.GetSocket());
   AddCommonFields(record, instance, common.level, common.logType, common.message);
 

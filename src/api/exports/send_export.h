@@ -26,8 +26,8 @@ inline bool Report(delivery::SendResult result) noexcept {
   return Fail(ErrorCode::kCallFailed);
 }
 
-// The part of a sender's export behind the checks that need no instance: finds the instance,
-// requires its report server and runs send(instance), which converts the host's texts and sends.
+// The part of a sender's export after the checks that need no instance: finds the instance, checks
+// that it has a report server and runs send(instance), which converts the host's texts and sends.
 template <typename Send>
 bool SendFor(const ApiLock::Guard& held, TAVU_HANDLE handle, PinWithoutServer pin, Send&& send) {
   PinnedInstance instance(held, HandleOf(handle));

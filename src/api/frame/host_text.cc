@@ -2,7 +2,8 @@
 
 namespace TAVU::api {
 
-// The conversions' results are dropped throughout: on failure the text stays empty, as required.
+// The conversions' results are dropped throughout: a text that cannot be converted stays empty,
+// which the public header documents. A record with one empty text is worth more than none.
 
 std::string ToUtf8(const char* text, TextForm form) {
   std::string utf8;

@@ -19,7 +19,7 @@ struct InstanceRecord {
   std::string userIdEncoded;   // percent-encoded
   std::wstring userId;         // empty: never set
   std::wstring appExecuteCmd;  // command line of the restart after a crash
-  std::string localAddress;    // dotted IPv4; set by the first connection and kept from then on
+  std::string localAddress;    // dotted IPv4; that of the first connection, not changed later
   bool deleteLocalDumpFile = true;
   bool appRestart = false;
   bool autoReport = false;

@@ -73,8 +73,8 @@ class PinnedInstance {
   [[nodiscard]] InstanceRecord* operator->() const noexcept { return record_; }
   [[nodiscard]] InstanceRecord& operator*() const noexcept { return *record_; }
 
-  // Leaves the pin on the record for good. Some failing exports are required to: the handle then
-  // stays valid past TAVU_Destroy.
+  // Leaves the pin on the record for good. After some failures the public header lets the handle
+  // stay valid past TAVU_Destroy; a host may go on to set its server and send.
   void KeepPinned() noexcept { record_ = nullptr; }
 
  private:

@@ -1,4 +1,4 @@
-// The code of a thread's last failed export (101 to 110), kept apart for each thread and never
+// The code of a thread's last failed export (101 to 110), separate for each thread and never
 // cleared by success. Not the thread's system error, which the network layer uses.
 #pragma once
 

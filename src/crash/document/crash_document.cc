@@ -16,7 +16,7 @@ namespace TAVU::crash {
 
 namespace {
 
-// Version.dll, kept in the CrashHandler for a scope.
+// Version.dll, held in the CrashHandler for a scope.
 class VersionLibrary {
  public:
   explicit VersionLibrary(CrashHandler& handler) noexcept : handler_(handler) {
@@ -83,7 +83,8 @@ std::unique_ptr<XmlNode> BuildException(const EXCEPTION_POINTERS* exceptionPoint
   const std::uint64_t address = ExceptionAddressOf(exceptionPointers);
   exception->AddNumberAttribute(L"addr", address, 16);
   if (record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION) {
-    // Required: everything but a read counts as a write, an attempt to execute (8) included.
+    // All but a read counts as a write, an attempt to execute (8) included: the document has only
+    // these two attributes.
     const bool is_read = record.ExceptionInformation[0] == 0;
     exception->AddNumberAttribute(is_read ? L"read_addr" : L"write_addr",
                                   record.ExceptionInformation[1], 16);
@@ -92,8 +93,9 @@ std::unique_ptr<XmlNode> BuildException(const EXCEPTION_POINTERS* exceptionPoint
   std::wstring module;
   std::uint32_t base = 0;
   if (FindModuleByAddress(static_cast<std::uint32_t>(address), module, base)) {
-    // Required: not escaped, unlike the names in the lists; that would change what the reporter
-    // receives.
+    // Not escaped, unlike the names in the lists: with an escape the same module would have another
+    // name here than in documents of earlier versions, and crashes that are grouped by it would
+    // part.
     exception->AddAttribute(L"module", module);
   }
   return exception;

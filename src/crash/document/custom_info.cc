@@ -67,7 +67,8 @@ std::unique_ptr<XmlNode> BuildCustomInfo() {
   if (!FillAdditionalInfo(handler)) return nullptr;
   if (handler.additionalInfo.front() == L'\0') return nullptr;
   auto custom_info = std::make_unique<XmlNode>(L"custom_info");
-  // Required: not escaped, whatever the host writes; that would change what the reporter receives.
+  // Not escaped: a host may write elements of its own, and escapes would break those. In return,
+  // free text may make the document malformed.
   custom_info->SetText(handler.additionalInfo.data());
   return custom_info;
 }

@@ -19,10 +19,10 @@ void CopyCut(wchar_t (&to)[Size], const wchar_t* from) noexcept {
   to[Size - 1] = L'\0';
 }
 
-// Zero when the call fails. It is made with the module's handle, which is not a file's, and so it
-// fails: settled, and the reason why a file that cannot be opened shows the beginning of 1601.
-// Where the process has asked for it the system raises an exception for such a handle; that is a
-// failure like any other.
+// Zero when the call fails, as it does: the module's handle is not a file's. So a module whose file
+// cannot be opened shows the beginning of 1601, which tells that its size is not its own. Where the
+// process has asked for it, the system raises an exception for such a handle; that is a failure
+// like any other.
 FILETIME LastWriteTimeByModule(HMODULE module) {
   BY_HANDLE_FILE_INFORMATION information = {};
   __try {
@@ -65,7 +65,7 @@ void UpdateInfo(const MODULEENTRY32W& module, ModuleInfo& info) {
 
 std::wstring LocalTimeText(const FILETIME& moment) {
   FILETIME local = {};
-  SYSTEMTIME fields = {};  // stays so for the beginning of 1601 in a zone behind UTC
+  SYSTEMTIME fields = {};  // stays so for the beginning of 1601 in a zone west of UTC
   ::FileTimeToLocalFileTime(&moment, &local);
   ::FileTimeToSystemTime(&local, &fields);
   std::wstring text;

@@ -24,9 +24,10 @@ struct ModuleInfo {
   std::uint32_t productVersionLS;
 };
 
-// "module_list" with one "module" for each, in the system's order. Kept on purpose: a module whose
-// file cannot be opened shows the size of the module before it, and one without a version block the
-// versions of the module before it.
+// "module_list" with one "module" for each, in the system's order. A module
+// whose file cannot be opened shows the size of the module before it, and one without a version
+// block the versions of the module before it. Every module has all attributes; a date in 1601 tells
+// that the size is not its own.
 //
 // Needs the ApiLock: the record is static. May throw std::bad_alloc.
 [[nodiscard]] std::unique_ptr<XmlNode> BuildModuleList();

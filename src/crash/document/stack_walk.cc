@@ -18,15 +18,15 @@ namespace {
 
 constexpr int kMostEntries = 20;
 
-// How a frame lies in memory, and behind it five words of parameters.
+// How a frame lies in memory; five words of parameters follow it.
 struct Frame {
   std::uint64_t next;
   std::uint64_t return_address;
 };
 using Parameters = std::array<std::uint32_t, 5>;
 
-// The test covers fewer bytes than the parameters reach: settled, like the number of entries. Where
-// the rest cannot be read, the entry says nothing of parameters, as if the test had failed.
+// The test covers fewer bytes than frame and parameters take (36). Where the rest cannot be read,
+// the entry has no parameters, as if the test had failed.
 constexpr std::size_t kTestedForParameters = 28;
 
 enum class EntryKind { kException, kCaller };

@@ -64,7 +64,8 @@ std::wstring WindowsVersion() {
     text.push_back(L'.');
     base::AppendSigned(text, part);
   }
-  // The name of the service pack. Required: not escaped, as little as the exception's module.
+  // The name of the service pack, not escaped: like the exception's module, readers take it as it
+  // is.
   return text.append(L",").append(version.szCSDVersion);
 }
 

@@ -7,7 +7,8 @@ namespace TAVU::crash {
 CrashFiles NameCrashFiles(std::wstring_view tempPath, std::wstring_view appExeFile,
                           const SYSTEMTIME& localTime) {
   std::wstring start(tempPath);
-  // Required: the folder ends in a backslash already, and the paths hold two in a row.
+  // The folder already ends in a backslash, so the paths hold two in a row. Windows takes them as
+  // one; reporters get the path in this form on their command line.
   start.append(L"\\").append(appExeFile).append(L"_");
   base::AppendUnsigned(start, localTime.wYear, 4);
   for (const WORD part :

@@ -39,7 +39,7 @@ struct CrashHandler {
   CustomInfoCallbackA customInfoCallbackA = nullptr;
   std::array<wchar_t, kAdditionalInfoCapacity> additionalInfo = {};  // terminated; "" for none
 
-  // The first 9 bytes of SetUnhandledExceptionFilter. Kept: there is room for 100.
+  // The first 9 bytes of SetUnhandledExceptionFilter; there is room for 100.
   std::array<std::byte, 100> savedEntryBytes = {};
   bool entryPatched = false;
 };

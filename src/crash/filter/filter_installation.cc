@@ -13,9 +13,10 @@ bool InstallCrashFilter(api::Handle handle, LPTOP_LEVEL_EXCEPTION_FILTER filter)
   }
   handler.previousFilter = ::SetUnhandledExceptionFilter(filter);
   static_cast<void>(PatchSetUnhandledExceptionFilter());  // unguarded is better than not at all
-  // Required: where no filter was before, this one stays, guarded, but no instance owns it. A
-  // second attempt comes here too, because its call above already lands in the guard; the bytes
-  // that it has saved as the entry's are then those of the patch itself.
+  // Where no filter was before, this one stays, guarded, but no instance owns it: the start fails,
+  // and the public header tells hosts what stays. A second attempt comes here too, because its call
+  // above already lands in the guard; the bytes that it has saved as the entry's are then those of
+  // the patch itself.
   if (handler.previousFilter == nullptr) return false;
   handler.ownerHandle = handle;
   return true;

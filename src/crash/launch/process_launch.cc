@@ -7,11 +7,11 @@ namespace {
 enum class Wait { kNo, kUntilItEnds };
 
 BOOL Launch(const std::wstring& currentFolder, std::wstring& commandLine, Wait wait) noexcept {
-  STARTUPINFOW startup = {};  // required: its size field stays 0 too
+  STARTUPINFOW startup = {};  // `cb` stays 0 too: CreateProcessW takes it
   PROCESS_INFORMATION process = {};
   const BOOL created = ::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0,
                                         nullptr, currentFolder.c_str(), &startup, &process);
-  // Required, whether or not the process was created: on null handles all three fail at once.
+  // When no process was created the handles are null, and all three calls fail at once.
   ::CloseHandle(process.hThread);
   if (wait == Wait::kUntilItEnds) ::WaitForSingleObject(process.hProcess, INFINITE);
   ::CloseHandle(process.hProcess);

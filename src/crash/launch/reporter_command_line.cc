@@ -10,7 +10,8 @@ namespace {
 
 constexpr std::size_t kLongestServerAddress = 63;  // units; longer ones are cut
 
-// Two backslashes in a row where the folder ends in one, as in the paths of the files: kept.
+// Where the folder ends in a backslash there are two in a row, as in the paths of the files.
+// Windows takes them as one.
 void AppendProgram(std::wstring& line, std::wstring_view reporterPath) {
   line.append(L"\"").append(reporterPath).append(L"\\TAVU_CrashReporter.exe\" ");
 }

@@ -35,8 +35,8 @@ struct ReporterArguments {
                                                    DWORD processId = ::GetCurrentProcessId());
 
 // Writes white space and percent signs as a percent sign and the code in upper-case hexadecimal,
-// one digit where one is enough ("%9" for a tab: the reporter expects it so). All else is kept,
-// double quotes included.
+// one digit where one is enough ("%9" for a tab, which is how reporters undo it). All else stays as
+// it is, double quotes included.
 [[nodiscard]] std::wstring EscapeCommandLineValue(std::wstring_view text);
 
 }  // namespace TAVU::crash

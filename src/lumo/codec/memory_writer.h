@@ -29,7 +29,7 @@ class MemoryWriter final : public ByteSink {
  private:
   [[nodiscard]] std::ptrdiff_t Accept(const std::byte* data, std::size_t size) override;
 
-  // Doubles the capacity until `more` bytes fit behind the content.
+  // Doubles the capacity until `more` bytes fit after the content.
   void Grow(std::size_t more);
 
   std::byte* data_;

@@ -80,7 +80,7 @@ bool TakeMonth(Scanner& text, std::int32_t& out) noexcept {
   return true;
 }
 
-// The digits behind the point. Those that weigh less than a billionth are read and add nothing.
+// The digits after the point. Those that weigh less than a billionth are read and add nothing.
 bool TakeFraction(Scanner& text, std::int32_t& out) noexcept {
   int digit = 0;
   if (!text.TakeDigit(digit)) return false;
@@ -127,13 +127,13 @@ std::optional<ParsedDate> ParseRfc850(std::string_view text) noexcept {
   ParsedDate date;
   CalendarFields& fields = date.fields;
   Scanner scanner(text);
-  const bool is_date =
-      scanner.TakeName(kFullDayNames, fields.weekday) && scanner.Take(", ") &&
-      scanner.TakeNumber(kLatestDay, fields.day) && scanner.Take("-") &&
-      scanner.TakeName(kMonthNames, fields.month) && scanner.Take("-") &&
-      // Kept: two digits are years since 1900, whatever the century today; 05 is 1905.
-      scanner.TakeNumber(99, fields.year) && scanner.Take(" ") && scanner.TakeTime(fields) &&
-      scanner.Take(" GMT") && scanner.AtEnd();
+  const bool is_date = scanner.TakeName(kFullDayNames, fields.weekday) && scanner.Take(", ") &&
+                       scanner.TakeNumber(kLatestDay, fields.day) && scanner.Take("-") &&
+                       scanner.TakeName(kMonthNames, fields.month) && scanner.Take("-") &&
+                       // Two digits are years since 1900: 05 is 1905. With a sliding century the
+                       // same text would mean another date later.
+                       scanner.TakeNumber(99, fields.year) && scanner.Take(" ") &&
+                       scanner.TakeTime(fields) && scanner.Take(" GMT") && scanner.AtEnd();
   return is_date ? std::optional(date) : std::nullopt;
 }
 

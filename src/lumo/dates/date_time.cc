@@ -103,7 +103,7 @@ void DateTime::FormatIso8601(DatePrecision precision) {
   CalendarFields local = fields();
   std::int32_t fraction = fraction_;
   if (precision == DatePrecision::kFraction && fraction < 0) {
-    // With a fraction behind them the seconds have to be those that it is counted from.
+    // The fraction that follows the seconds counts up from them.
     local = CalendarFromSeconds(WrappingDifference(WrappingDifference(seconds_, 1), zone_offset_));
     fraction += kBillionthsPerSecond;
   }
@@ -112,7 +112,7 @@ void DateTime::FormatIso8601(DatePrecision precision) {
   lumo::Format(text_, "T%02d:%02d:%02d", local.hour, local.minute, local.second);
   if (precision == DatePrecision::kFraction) {
     lumo::Format(text_, ".%09d", fraction);
-    // Kept: of a fraction of 0 the point stays.
+    // The point stays even when the fraction is 0: it tells that this precision was asked for.
     while (text_.view().back() == '0') text_.SetLength(text_.length() - 1);
   }
   FormatZone();

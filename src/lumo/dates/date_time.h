@@ -42,8 +42,8 @@ class DateTime {
   [[nodiscard]] const CalendarFields& fields() noexcept;  // in the moment's own zone
 
   // Reads `text`. With kIso8601, `zone_offset` is for texts that name no zone. The other four kinds
-  // take each of the HTTP forms, whichever they name; `zone_offset` is kept, and with kAsctime also
-  // added to the time that was read. False, and nothing is changed, for another text or kind.
+  // take each of the HTTP forms, whichever they name; `zone_offset` is stored, and with kAsctime
+  // also added to the time that was read. False, and nothing is changed, for another text or kind.
   [[nodiscard]] bool Parse(std::string_view text, DateFormat kind, std::int32_t zone_offset);
 
   // Writes the moment into text(). False for a kind that is none.

@@ -64,7 +64,7 @@ class BasicString {
     return data_;
   }
 
-  // Makes room for `more` units and the terminator behind the text; returns where they begin.
+  // Makes room for `more` units and the terminator after the text; returns where they begin.
   // SetLength commits what was written there.
   Unit* Reserve(std::size_t more) {
     // Far above what memory can hold, and low enough that no sum or doubling below wraps.

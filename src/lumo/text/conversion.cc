@@ -29,8 +29,8 @@ bool Assign(const std::optional<T>& result, T& out) noexcept {
   return result.has_value();
 }
 
-// A character counts as a number only when it is a decimal digit. Kept: the number is then the
-// character's code, not the digit's value, so that '7' gives 55.
+// A character counts as a number only when it is a decimal digit. The number is then the
+// character's code, not the digit's value: '7' gives 55, as a char converted by C does.
 std::optional<std::int32_t> CodeOfDigit(signed char character) noexcept {
   if (character < '0' || character > '9') return std::nullopt;
   return character;
@@ -52,9 +52,9 @@ Integer Truncated(double number) noexcept {
   return static_cast<Integer>(whole);
 }
 
-// Kept: the limits are compared as doubles. The largest long is 2^63 there, one more than it is, so
-// that this one number passes and becomes the smallest long; so does what is no number, which lies
-// outside of nothing (except in kExact).
+// The limits are compared as doubles. The largest long is 2^63 there, one more than it is, so this
+// one number passes and becomes the smallest long. So does NaN (except in kExact), because no
+// comparison with it holds.
 template <typename Integer>
 std::optional<Integer> IntegerOfDouble(double number, ConversionMode mode) noexcept {
   using Limits = std::numeric_limits<Integer>;
@@ -187,7 +187,7 @@ std::optional<bool> BoolOf(const Value& value, ConversionMode mode) noexcept {
       return value.date_value() != 0;
     case ValueType::kString:
     case ValueType::kBinary:
-      return !value.bytes().empty();  // kept: the text is not read, "false" is true
+      return !value.bytes().empty();  // any text is true, even "false": only emptiness counts
     case ValueType::kBigInt:
       return value.big_int().sign() != 0;
     case ValueType::kList:

@@ -5,7 +5,7 @@
 // result tells whether that meant anything. (Content is not handed out as something that it is not:
 // an `out` of bytes or of a big number is then left alone too.) Only exhausted memory throws.
 //
-// Which type goes to which, with its rules and required oddities, stands at each case in
+// Which type goes to which, with its rules and oddities, stands at each case in
 // conversion.cc.
 #pragma once
 
@@ -45,7 +45,7 @@ enum class ConversionMode {
 
 // Gives `value` the type `target`, which is one of the tags 1 to 10; true at once for the type that
 // it has already. False, and the value stays as it was, where there is no conversion. Content that
-// can be kept is kept, with its ownership.
+// can stay the same does, with its ownership.
 [[nodiscard]] bool ConvertInPlace(Value& value, ValueType target, ConversionMode mode);
 
 }  // namespace TAVU::lumo

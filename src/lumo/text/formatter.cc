@@ -276,7 +276,7 @@ void WriteText(Writer& out, const Conversion& conversion, std::string_view text)
   if (conversion.left_justified) out.Fill(' ', padding);
 }
 
-// With a precision the text may be without a zero, so that nothing behind it may be looked at.
+// With a precision the text need not be terminated, so nothing after it may be read.
 std::string_view BoundedText(const char* text, int precision) {
   if (precision < 0) return text;
   std::size_t size = 0;

@@ -12,7 +12,7 @@
 //   letter     d i u x X o b: integers; and without a length, c: a character, s: a zero-terminated
 //              text ("(null)" for a null pointer), p: a pointer (0x and lower-case digits)
 //
-// "%%" writes one '%'. Where the C library leaves the outcome open: anything else behind a '%' is
+// "%%" writes one '%'. Where the C library leaves the outcome open: anything else after a '%' is
 // written as it stands and takes no argument but those of its '*'s; so is a '%' at the end.
 // Floating point has no conversion here, and %n does not exist. Where flags meet, C decides: '-'
 // beats '0', '+' beats a space, an integer's precision beats '0'; zeros of a '0' flag are not

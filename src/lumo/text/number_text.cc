@@ -17,7 +17,7 @@ struct IntegerText;
 template <>
 struct IntegerText<std::int32_t> {
   static constexpr std::string_view kGreatest = "2147483647";
-  static constexpr std::string_view kLeast = "2147483648";  // behind its '-'
+  static constexpr std::string_view kLeast = "2147483648";  // after its '-'
   static constexpr LeadingZero kLeadingZero = LeadingZero::kOctal;
 };
 
@@ -57,7 +57,7 @@ bool IsInRangeAsText(std::string_view text) noexcept {
   return text.size() == limit.size() ? text <= limit : text.size() < limit.size();
 }
 
-// Takes the prefix that tells the base. A "0x" without a digit behind it is a zero and an 'x'.
+// Consumes the base prefix. "0x" with no digit after it is a zero followed by an 'x'.
 unsigned TakeBase(std::string_view& digits, LeadingZero leading_zero) noexcept {
   if (!digits.starts_with('0')) return 10;
   if (digits.size() > 2 && (digits[1] == 'x' || digits[1] == 'X') && DigitValue(digits[2]) < 16) {

@@ -1,5 +1,5 @@
 // Numbers in the texts of values. Neither direction depends on the process's locale, on the system
-// or on a zero behind the text.
+// or on a terminator.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ namespace TAVU::lumo {
 // the number; a text of nothing else is 0, as the C library reads it.
 //
 // Integers have an optional sign; "0x" makes them hexadecimal. A leading 0 makes an int octal, but
-// is of no meaning in a long. The check of the range comes first and goes by the text: behind a '-'
+// is of no meaning in a long. The check of the range comes first and goes by the text: after a '-'
 // and zeros, what is left must be shorter than the limit's digits, or as long and not above them,
 // white space counted like digits. It lets some numbers in base 16 through that do not fit; those
 // become the limit.

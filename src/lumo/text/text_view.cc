@@ -28,7 +28,8 @@ bool MakeCache(Value& value) {
       Format(text, "%d", value.int_value());
       break;
     case ValueType::kLong:
-      // Kept: only the low 32 bits are written, so that 4294967297 reads "1".
+      // Only the low 32 bits are written: 4294967297 reads "1". A wider text would no longer equal
+      // the texts that were stored before.
       Format(text, "%d", static_cast<std::int32_t>(value.long_value()));
       break;
     case ValueType::kDouble:

@@ -9,7 +9,7 @@ namespace TAVU::lumo {
 
 namespace {
 
-// A copy of its own of some bytes, with the zero byte behind it.
+// A copy of some bytes, followed by a zero byte.
 void* Duplicate(const void* bytes, std::size_t size) {
   if (size == SIZE_MAX) throw base::BadAllocation();
   auto* block = static_cast<char*>(base::DefaultAllocator::Allocate(size + 1));
@@ -42,7 +42,8 @@ Value::Value(const Value& other, CopyDepth depth) {
       *this = CopyTable(other.table());
       return;
     default:
-      // Required: a big integer does not survive a deep copy, the result is null.
+      // A big integer does not survive a deep copy: the result is null. It has no encoding either,
+      // so no message loses anything by that.
       return;
   }
 }

@@ -29,7 +29,7 @@ std::uint32_t MaskOf(const TransportHeader::FieldList& fields) noexcept {
   return mask;
 }
 
-// Mask and fields behind it. False for a field that is too long.
+// A mask and its fields. False for a field that is too long.
 bool WriteFields(lumo::ByteSink& sink, const TransportHeader::FieldList& fields) {
   if (!lumo::WriteUint32(sink, MaskOf(fields))) return false;
   for (const std::optional<std::string>& field : fields) {
@@ -99,7 +99,7 @@ bool TransportHeader::Read(lumo::ByteSource& source) {
   if (!ReadBytes(source, length - kFixedSize, bytes)) return false;
   lumo::MemoryReader fields(bytes);
   if (!ReadFields(fields, first)) return false;
-  // Bytes behind the second list are nothing that this version knows; they are passed over.
+  // This version knows no bytes after the second list; they are skipped.
   return fields.remaining() == 0 || ReadFields(fields, second);
 }
 

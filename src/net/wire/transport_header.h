@@ -1,6 +1,6 @@
 // The header in front of each message: CF, a version, its own length, and up to 62 optional fields
 // in two lists. Our requests carry none; of a reply's fields only number 0 of the first list
-// matters here: a body behind it comes without packets.
+// matters here: the body after it comes without packets.
 #pragma once
 
 #include <array>
