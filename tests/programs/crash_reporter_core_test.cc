@@ -113,26 +113,12 @@ TEST(Texts, EveryLanguageSaysEverythingUnderANumberOfItsOwn) {
   for (const Texts& texts : AllTexts()) {
     SCOPED_TRACE(texts.number);
     EXPECT_EQ(&TextsFor(texts.number), &texts) << "a number that is taken already";
-    for (const auto text : {&Texts::name,
-                            &Texts::title,
-                            &Texts::crashed,
-                            &Texts::request,
-                            &Texts::contents,
-                            &Texts::recipient,
-                            &Texts::files,
-                            &Texts::comment,
-                            &Texts::send_earlier_too,
-                            &Texts::open_folder,
-                            &Texts::send,
-                            &Texts::do_not_send,
-                            &Texts::earlier_title,
-                            &Texts::earlier_request,
-                            &Texts::sending,
-                            &Texts::not_sent,
-                            &Texts::kept,
-                            &Texts::kept_without_server,
-                            &Texts::not_kept,
-                            &Texts::close}) {
+    for (const auto text :
+         {&Texts::title, &Texts::crashed, &Texts::request, &Texts::contents, &Texts::recipient,
+          &Texts::files, &Texts::comment, &Texts::send_earlier_too, &Texts::open_folder,
+          &Texts::send, &Texts::do_not_send, &Texts::earlier_title, &Texts::earlier_request,
+          &Texts::sending, &Texts::not_sent, &Texts::kept, &Texts::kept_without_server,
+          &Texts::not_kept, &Texts::close}) {
       ASSERT_TRUE(texts.*text && *(texts.*text));
       EXPECT_EQ(has_placeholder(texts.*text), has_placeholder(english.*text)) << texts.*text;
     }
