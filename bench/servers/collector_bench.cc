@@ -28,7 +28,7 @@ constexpr std::size_t kReplySize = 13;
 // Keeps what is sent.
 class Recorder final : public QTC::Transport {
  public:
-  std::ptrdiff_t SendAll(const std::byte* data, std::size_t size) override {
+  std::ptrdiff_t Send(const std::byte* data, std::size_t size) override {
     bytes.insert(bytes.end(), data, data + size);
     return static_cast<std::ptrdiff_t>(size);
   }

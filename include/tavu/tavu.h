@@ -32,6 +32,8 @@
  *     call waits until that exchange is over, with a slow server for several time-outs. Threads
  *     that must not wait, such as one that draws, should leave all calls to a thread of their own.
  *   - The lock is not re-entrant. A function called from a callback of the library waits for ever.
+ *     So does one called from an APC that Windows runs inside a call. Only the wait for a server's
+ *     reply is alertable, and perhaps the look-up of its name; connecting and sending are not.
  *   - Call nothing from DllMain: another thread may need the loader lock in order to give up this
  *     one.
  * "Blocks: for the lock only" below means that the function itself does nothing that takes long.

@@ -3,11 +3,54 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "base/thread_error.h"
 #include "net/client/call_once.h"
 #include "net/client/socket.h"
 #include "support/scripted_server.h"
 #include "support/vectors.h"
+
+namespace {
+
+// What the code under test asked of the system.
+struct {
+  int starts = 0;
+  int cleanups = 0;
+  WORD version = 0;       // the last one asked for
+  WORD granted = 0;       // not 0: instead of what the system grants
+  std::string looked_up;  // the last name
+} winsock;
+
+template <typename Function>
+Function* Real(Function*, const char* name) {
+  return reinterpret_cast<Function*>(
+      reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ws2_32"), name)));
+}
+int WSAAPI Start(WORD version, WSADATA* data) {
+  const int result = Real(&::WSAStartup, "WSAStartup")(version, data);
+  ++winsock.starts;
+  winsock.version = version;
+  if (winsock.granted != 0) data->wVersion = winsock.granted;
+  return result;
+}
+int WSAAPI CleanUp() {
+  ++winsock.cleanups;
+  return Real(&::WSACleanup, "WSACleanup")();
+}
+hostent* WSAAPI LookUp(const char* name) {
+  winsock.looked_up = name;
+  return Real(&::gethostbyname, "gethostbyname")(name);
+}
+
+}  // namespace
+
+// The pointers through which the linker sends calls of these functions.
+extern "C" {
+decltype(&WSAStartup) __imp_WSAStartup = &Start;
+decltype(&WSACleanup) __imp_WSACleanup = &CleanUp;
+decltype(&gethostbyname) __imp_gethostbyname = &LookUp;
+}
 
 namespace TAVU::test {
 namespace {
@@ -21,6 +64,50 @@ constexpr char kHost[] = "127.0.0.1";
 constexpr std::uint32_t kTimeout = 60'000;  // never reached by a healthy test
 constexpr std::uint32_t kShort = 150;       // to be waited for
 constexpr std::uint32_t kNoLimit = 0xFFFFFFFF;
+
+// A second clock of this very run, which is as slow as the run is.
+class SecondClock {
+ public:
+  explicit SecondClock(DWORD limit_ms) {
+    thread_.emplace([this, limit_ms] {
+      in_time_ = ::WaitForSingleObject(stopped_.get(), limit_ms) == WAIT_OBJECT_0;
+    });
+  }
+  // Stops it: whether that is before the limit.
+  [[nodiscard]] bool InTime() {
+    stopped_.Set();
+    thread_.reset();
+    return in_time_;
+  }
+
+ private:
+  Event stopped_;
+  bool in_time_ = false;
+  std::optional<Thread> thread_;
+};
+
+// Queues an APC to the calling thread that counts its runs.
+void QueueCount(ULONG_PTR* runs) {
+  const auto count = [](ULONG_PTR counter) { ++*reinterpret_cast<ULONG_PTR*>(counter); };
+  ::QueueUserAPC(count, ::GetCurrentThread(), reinterpret_cast<ULONG_PTR>(runs));
+}
+
+TEST(WinSock, IsStartedAndEndedByEachClient) {
+  const struct {
+    WORD granted;
+    int cleanups_before_the_end;
+  } kCases[] = {{0, 0}, {MAKEWORD(2, 2), 1}};
+  for (const auto& [granted, cleanups] : kCases) {
+    winsock = {};
+    winsock.granted = granted;
+    QtcClientPtr client = CreateQtcClient();
+    EXPECT_TRUE(winsock.starts == 1 && winsock.version == MAKEWORD(2, 0));
+    EXPECT_EQ(winsock.cleanups, cleanups);
+    client.reset();
+    EXPECT_TRUE(winsock.starts == 1 && winsock.cleanups == 1);
+  }
+  winsock = {};
+}
 
 TEST(Client, UnderstandsRepliesAsTheVectorsHaveThem) {
   ScriptedServer server;
@@ -47,7 +134,8 @@ TEST(Client, SaysWhatAServerDidToACall) {
       {{Act::kStopReading}, kShort, ResultCode::kStreamFault, 258},
       {{Act::kClose}, kTimeout, ResultCode::kStreamFault, 109},
       {{Act::kReset}, kTimeout, ResultCode::kStreamFault, 0},
-      {{Act::kResetAtOnce}, kTimeout, ResultCode::kStreamFault, 0},
+      {{Act::kLeaveAtOnce}, kTimeout, ResultCode::kStreamFault, 0},
+      {{Act::kAnswerUrgently}, kTimeout, ResultCode::kSuccess, 0},
       // Each receive is bounded, not the reply as a whole.
       {{Act::kAnswerByByte, long_reply}, kShort, ResultCode::kSuccess, 0},
   };
@@ -57,8 +145,10 @@ TEST(Client, SaysWhatAServerDidToACall) {
     const QtcClientPtr client = CreateQtcClient();
     ASSERT_EQ(client->OpenTcp(kHost, server.port(), timeout), ResultCode::kSuccess);
     const ULONGLONG begin = ::GetTickCount64();
+    SecondClock clock(thread_error == 258 ? 4 * timeout : kTimeout);
     EXPECT_EQ(client->Call("tavu_server", Value::Int(1)), code);
     if (thread_error != 0) EXPECT_EQ(base::GetThreadError(), thread_error);
+    EXPECT_TRUE(clock.InTime());
     if (timeout == kShort) EXPECT_GE(::GetTickCount64() - begin + 16, kShort);  // coarse ticks
   }
 }
@@ -73,17 +163,84 @@ TEST(Client, SaysWhyItCouldNotConnect) {
       {kHost, hanging.port(), kShort, 258},
       {kHost, hanging.port(), 0, 258},
       {"no-such-host.invalid", refusing.port(), kTimeout, WSAHOST_NOT_FOUND},
+      {"255.255.255.255", refusing.port(), kTimeout, 0},
       {nullptr, refusing.port(), kTimeout, WSAHOST_NOT_FOUND},
   };
   for (const auto& [host, port, timeout, thread_error] : cases) {
     const QtcClientPtr client = CreateQtcClient();
     base::SetThreadError(0);
+    ULONG_PTR apc_runs = 0;
+    QueueCount(&apc_runs);
     const ULONGLONG begin = ::GetTickCount64();
+    SecondClock clock(thread_error == 258 ? 4 * kShort : kTimeout);
     EXPECT_EQ(client->OpenTcp(host, port, timeout), ResultCode::kConnectFailed);
-    EXPECT_EQ(base::GetThreadError(), thread_error);
+    if (thread_error != 0) EXPECT_EQ(base::GetThreadError(), thread_error);
+    EXPECT_TRUE(clock.InTime());
     if (timeout == kShort) EXPECT_GE(::GetTickCount64() - begin + 16, kShort);
     EXPECT_EQ(client->GetSocket(), INVALID_SOCKET);
+    EXPECT_TRUE(apc_runs == 0 || host != kHost) << "a call of the host's inside one of ours";
+    ::SleepEx(0, TRUE);
+    EXPECT_EQ(apc_runs, 1u);
   }
+  // The one address whose value is that of no address.
+  EXPECT_EQ(winsock.looked_up, "255.255.255.255");
+}
+
+// A blocked sender sleeps, runs nothing of the host's and comes back when the connection ends.
+TEST(Client, WaitsForAServerThatTakesNothing) {
+  ScriptedServer server({Act::kStopReading});
+  const std::vector<std::byte> block(16 << 20);
+  ULONG_PTR apc_runs = 0;
+  const Thread sending([&] {
+    const QtcClientPtr client = CreateQtcClient();
+    ASSERT_EQ(client->OpenTcp(kHost, server.port(), kShort), ResultCode::kSuccess);
+    QueueCount(&apc_runs);
+    EXPECT_EQ(client->Call("m", Value::BorrowBinary(block)), ResultCode::kStreamFault);
+    EXPECT_EQ(apc_runs, 0u);
+    ::SleepEx(0, TRUE);
+    EXPECT_EQ(apc_runs, 1u);
+  });
+  EXPECT_EQ(server.WaitForConnections(1), 1u);
+  const auto processor_time = [] {
+    FILETIME ignored[2], kernel, user;
+    ::GetProcessTimes(::GetCurrentProcess(), &ignored[0], &ignored[1], &kernel, &user);
+    return (kernel.dwLowDateTime + user.dwLowDateTime) / 10'000;  // milliseconds
+  };
+  EXPECT_EQ(::WaitForSingleObject(sending.get(), 300), WAIT_TIMEOUT);
+  const DWORD before = processor_time();
+  EXPECT_EQ(::WaitForSingleObject(sending.get(), 600), WAIT_TIMEOUT);
+  EXPECT_LT(processor_time() - before, 60u);
+  server.ResetAll();
+}
+
+// Datagrams draw refusals, which the next one gets to hear.
+TEST(Client, TakesNoRefusalOfADatagramForAFailure) {
+  const RefusingPort refusing;
+  const std::string text(30'000, 'x');
+  for (const std::size_t size : {10u, 2'000u, 4'000u, 8'000u, 15'000u, 30'000u}) {
+    const QtcClientPtr client = CreateQtcClient();
+    ASSERT_EQ(client->OpenUdp(kHost, refusing.port(), kTimeout), ResultCode::kSuccess);
+    const Value argument = Value::BorrowString(std::string_view(text).substr(0, size));
+    for (int i = 0; i < 2; ++i)
+      EXPECT_EQ(client->Call("m", argument), ResultCode::kSuccess) << size;
+  }
+}
+
+// Callers know the operations by their places in the table.
+TEST(Client, HasItsOperationsInTheirSlots) {
+  ScriptedServer server;
+  const QtcClientPtr client = CreateQtcClient();
+  ASSERT_EQ(client->OpenTcp(kHost, server.port(), kTimeout), ResultCode::kSuccess);
+  void* const* const slots = *reinterpret_cast<void* const* const*>(client.get());
+  const auto close = reinterpret_cast<ResultCode (*)(QTC::IQtcClient*)>(slots[3]);
+  const auto get_socket = reinterpret_cast<SOCKET (*)(const QTC::IQtcClient*)>(slots[4]);
+  sockaddr_in peer = {};
+  int length = sizeof peer;
+  EXPECT_EQ(::getpeername(get_socket(client.get()), reinterpret_cast<sockaddr*>(&peer), &length),
+            0);
+  EXPECT_EQ(::ntohs(peer.sin_port), server.port());
+  EXPECT_EQ(close(client.get()), ResultCode::kSuccess);
+  EXPECT_EQ(get_socket(client.get()), INVALID_SOCKET);
 }
 
 TEST(Client, IsOpenOnlyOnceAndEndsAConnectionWithAReset) {
@@ -114,19 +271,24 @@ bool IsBlocking(SOCKET socket) {
   return ::WSAGetLastError() == WSAETIMEDOUT;
 }
 
-TEST(Socket, IsInTheModeThatItsLastOperationLeaves) {
+TEST(Socket, IsInTheModeThatItsLastRequestLeaves) {
   const QTC::WinSock winsock;
   ScriptedServer server({Act::kStopReading});
   QTC::Socket socket;
   std::byte data[100] = {};
-  EXPECT_EQ(socket.SendAll(data, 100), 0);  // not open
+  EXPECT_EQ(socket.Send(data, 100), 0);  // not open
   EXPECT_TRUE(socket.Receive(data, 1) == -1 && !socket.Close());
-  socket.Adopt(QTC::OpenTcpSocket(kHost, server.port(), kTimeout), 1);
-  EXPECT_EQ(socket.SendAll(data, 100), 100);
-  EXPECT_TRUE(IsBlocking(socket.handle())) << "after an open and a send";
+  socket.Adopt(QTC::OpenTcpSocket(kHost, server.port(), kTimeout), QTC::Protocol::kTcp, 1);
+  EXPECT_TRUE(IsBlocking(socket.handle())) << "after an open";
+  for (int sends = 1; sends <= 3; ++sends) {
+    for (int i = 0; i < sends; ++i) EXPECT_EQ(socket.Send(data, 100), 100);
+    socket.EndSends();
+    EXPECT_TRUE(IsBlocking(socket.handle())) << "after a request of as many sends: " << sends;
+  }
   ::shutdown(socket.handle(), SD_SEND);
-  EXPECT_EQ(socket.SendAll(data, 100), -1);
+  EXPECT_EQ(socket.Send(data, 100), -1);
   EXPECT_EQ(base::GetThreadError(), static_cast<std::uint32_t>(WSAESHUTDOWN));
+  socket.EndSends();
   EXPECT_FALSE(IsBlocking(socket.handle())) << "after a send that failed";
   EXPECT_EQ(socket.Receive(data, 1), -1);
   EXPECT_TRUE(IsBlocking(socket.handle())) << "after a receive that timed out behind it";

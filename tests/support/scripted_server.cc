@@ -19,16 +19,35 @@ typename Protocol::endpoint Loopback(std::uint16_t port) {
 }
 
 // What scripts are made of. Behind its last step the server reads on.
-enum class Step { kReadOn, kReadPiece, kReadRequest, kSend, kSendHalf, kSendByByte, kShut, kReset };
+enum class Step {
+  kReadOn,
+  kReadPiece,
+  kReadRequest,
+  kSend,
+  kSendHalf,
+  kSendByByte,
+  kSendUrgent,
+  kShut,
+  kLeave,
+  kReset
+};
 using enum Step;
 
 // In the order of Act.
 constexpr Step kPlays[][4] = {
-    {kReadRequest, kSend},       {kReadRequest, kSend, kShut},
-    {kReadRequest, kSendByByte}, {kSend},
-    {kReadRequest, kSendHalf},   {kReadRequest},
-    {kReadRequest, kShut},       {kReadRequest, kReset},
-    {kReadPiece, kReset},        {kReset},
+    {kReadRequest, kSend},
+    {kReadRequest, kSend, kShut},
+    {kReadRequest, kSendByByte},
+    {kSend},
+    {kReadRequest, kSendHalf},
+    {kReadRequest},
+    {kReadRequest, kShut},
+    {kReadRequest, kReset},
+    {kReadPiece, kReset},
+    {kLeave},
+    {kReadPiece, kLeave},
+    {kSend, kLeave},
+    {kSendUrgent, kReadRequest, kSend},
 };
 
 struct Session {
@@ -125,9 +144,11 @@ class ScriptedServer::Impl {
       const Step step = kPlays[static_cast<std::size_t>(act)][session.step];
       if (step == kReadOn || step == kReadPiece || step == kReadRequest) return Read(session, step);
       ++session.step;
-      // Long enough for a sender to wait: under Wine it misses a reset in the moment before.
-      if (step == kReset && !session.connection.complete) ::Sleep(300);
-      if (step == kReset) return Finish(session, ConnectionEnd::kReset);
+      if (step == kLeave) session.socket.set_option(asio::socket_base::linger(false, 0), ignored);
+      if (step == kReset || step == kLeave) return Finish(session, ConnectionEnd::kReset);
+      if (step == kSendUrgent) {
+        session.socket.send(asio::buffer("!", 1), tcp::socket::message_out_of_band, ignored);
+      }
       if (step == kShut) session.socket.shutdown(tcp::socket::shutdown_send, ignored);
       if (step == kSend && !reply.empty()) send(0, reply.size());
       if (step == kSend && !endless.empty()) return SendForEver(session);
@@ -140,7 +161,8 @@ class ScriptedServer::Impl {
   }
 
   void Read(Session& session, Step until) {
-    session.socket.async_read_some(asio::buffer(session.buffer),
+    const std::size_t most = until == kReadPiece ? 1000 : session.buffer.size();
+    session.socket.async_read_some(asio::buffer(session.buffer, most),
                                    [=, this, &session](asio::error_code error, std::size_t n) {
                                      if (error) return Finish(session, HowItEnded(session, error));
                                      const bool before = session.connection.complete;

@@ -35,8 +35,11 @@ enum class Act {
   kSilence,          // reads a request
   kClose,            // reads a request and closes its half in an orderly way
   kReset,            // reads a request and resets the connection
-  kResetInside,      // reads the first bytes of a request and resets the connection
-  kResetAtOnce,      // resets right behind the accepting
+  kResetInside,      // reads up to 1,000 bytes and resets the connection
+  kLeaveAtOnce,      // closes the connection right after accepting it, with all unread
+  kLeaveInside,      // reads up to 1,000 bytes and closes the connection, with the rest unread
+  kAnswerAndLeave,   // sends before it reads anything and closes the connection, with all unread
+  kAnswerUrgently,   // sends an urgent byte right after accepting, then as kAnswer
   kStopReading,      // reads nothing at all and keeps the connection open, until ResetAll()
 };
 

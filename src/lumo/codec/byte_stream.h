@@ -15,8 +15,6 @@ namespace TAVU::lumo {
 // Takes bytes. Not copyable; used by one thread at a time.
 class ByteSink {
  public:
-  static constexpr std::size_t kWorthBorrowing = 1024;  // bytes; fewer are better copied
-
   ByteSink() = default;
   ByteSink(const ByteSink&) = delete;
   ByteSink& operator=(const ByteSink&) = delete;
@@ -34,12 +32,6 @@ class ByteSink {
   }
   [[nodiscard]] bool Write(std::span<const std::byte> bytes) {
     return Write(bytes.data(), bytes.size());
-  }
-  // As Write, for bytes that stay where they are, unchanged, until the sink is flushed or gone: a
-  // sink may refer to them instead of copying them.
-  [[nodiscard]] bool WriteBorrowed(const void* data, std::size_t size) {
-    if (size < kWorthBorrowing) return Write(data, size);
-    return AcceptBorrowed(static_cast<const std::byte*>(data), size);
   }
   [[nodiscard]] bool WriteByte(std::uint8_t byte) {
     if (window_ != window_end_) {
@@ -62,12 +54,6 @@ class ByteSink {
   // taken; 0 when the sink is closed, negative on an error. Bytes that went through the window
   // come first; the implementation resets the window as it needs.
   [[nodiscard]] virtual std::ptrdiff_t Accept(const std::byte* data, std::size_t size) = 0;
-
-  // Takes all of at least kWorthBorrowing bytes that last; result and thread error are those of
-  // Write. Bytes that went through the window come first here, too.
-  [[nodiscard]] virtual bool AcceptBorrowed(const std::byte* data, std::size_t size) {
-    return Write(data, size);
-  }
 
   std::byte* window_ = nullptr;      // the next byte goes here
   std::byte* window_end_ = nullptr;  // room ends here

@@ -133,22 +133,16 @@ bool WriteTagged(ByteSink& sink, std::uint8_t value_tag, Number number) {
   return sink.Write(bytes, sizeof bytes);
 }
 
-// A chunk of a value, which outlives the writing.
-bool WriteContent(ByteSink& sink, std::uint8_t chunk_tag, std::string_view text) {
-  return WriteTagged(sink, chunk_tag, static_cast<std::uint16_t>(text.size())) &&
-         sink.WriteBorrowed(text.data(), text.size());
-}
-
 [[gnu::noinline]] bool WriteChunks(ByteSink& sink, std::uint8_t chunk_tag, std::uint8_t final_tag,
                                    std::string_view text) {
   if (text.size() > kLongestChunk) {
     sink.Expect(text.size() + (text.size() / kLongestChunk + 1) * kTextHead);
   }
   while (text.size() > kLongestChunk) {
-    if (!WriteContent(sink, chunk_tag, text.substr(0, kLongestChunk))) return false;
+    if (!WriteChunk(sink, chunk_tag, text.substr(0, kLongestChunk))) return false;
     text.remove_prefix(kLongestChunk);
   }
-  return WriteContent(sink, final_tag, text);
+  return WriteChunk(sink, final_tag, text);
 }
 
 bool WriteElements(ByteSink& sink, const List& list, int depth) {

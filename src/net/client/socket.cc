@@ -28,6 +28,15 @@ bool SetBlockingMode(SOCKET socket, bool blocking) noexcept {
   return ::ioctlsocket(socket, static_cast<long>(FIONBIO), &non_blocking) == 0;
 }
 
+base::ScopedHandle NewEvent() noexcept {
+  return base::ScopedHandle(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+}
+
+// The socket stays non-blocking.
+bool UndoSelection(SOCKET socket) noexcept {
+  return ::WSAEventSelect(socket, nullptr, 0) == 0;
+}
+
 // Not inherited by the programs that the host starts meanwhile: they would keep the connection
 // open. Systems older than the flag for that get an ordinary socket.
 ScopedSocket NewSocket(int type) noexcept {
@@ -73,29 +82,28 @@ std::uint32_t Connect(SOCKET socket, const sockaddr_in& address) noexcept {
   return ::connect(socket, generic, sizeof address) == 0 ? kConnected : NetworkError();
 }
 
-// Waits for the end of a connect that is under way.
-std::uint32_t AwaitConnection(SOCKET socket, std::uint32_t timeout_ms) noexcept {
-  fd_set connected = OnlyThis(socket);
-  fd_set failed = OnlyThis(socket);
-  timeval timeout = TimevalOf(timeout_ms);
-  const int ready = ::select(0, nullptr, &connected, &failed, &timeout);
-  if (ready == SOCKET_ERROR) return NetworkError();
-  if (ready == 0) return base::kErrorWaitTimeout;
-  if (failed.fd_count == 0) return kConnected;
-  int error = 0;
-  int size = sizeof error;
-  if (::getsockopt(socket, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) != 0) {
+// Waits for the end of a connect that is under way, in a wait that runs no APC of the host's.
+std::uint32_t AwaitConnection(SOCKET socket, HANDLE ended, DWORD timeout_ms) noexcept {
+  const DWORD wait = ::WaitForSingleObject(ended, timeout_ms);
+  if (wait == WAIT_TIMEOUT) return base::kErrorWaitTimeout;
+  WSANETWORKEVENTS events = {};
+  if (wait != WAIT_OBJECT_0 || ::WSAEnumNetworkEvents(socket, ended, &events) != 0) {
     return NetworkError();
   }
-  return error != 0 ? static_cast<std::uint32_t>(error) : WSAENOTCONN;
+  if ((events.lNetworkEvents & FD_CONNECT) == 0) return WSAENOTCONN;
+  return static_cast<std::uint32_t>(events.iErrorCode[FD_CONNECT_BIT]);
 }
 
-std::uint32_t ConnectWithin(SOCKET socket, const sockaddr_in& address,
-                            std::uint32_t timeout_ms) noexcept {
-  if (!SetBlockingMode(socket, false)) return NetworkError();
+// Leaves the socket non-blocking when it fails.
+std::uint32_t ConnectWithin(SOCKET socket, const sockaddr_in& address, DWORD timeout_ms) noexcept {
+  const base::ScopedHandle ended = NewEvent();
+  // The selection makes the socket non-blocking.
+  if (!ended || ::WSAEventSelect(socket, ended.get(), FD_CONNECT) != 0) return NetworkError();
   std::uint32_t result = Connect(socket, address);
-  if (result == WSAEWOULDBLOCK) result = AwaitConnection(socket, timeout_ms);
-  if (result == kConnected && !SetBlockingMode(socket, true)) result = NetworkError();
+  if (result == WSAEWOULDBLOCK) result = AwaitConnection(socket, ended.get(), timeout_ms);
+  if (result == kConnected && !(UndoSelection(socket) && SetBlockingMode(socket, true))) {
+    result = NetworkError();
+  }
   return result;
 }
 
@@ -128,49 +136,13 @@ ScopedSocket Open(int type, const char* host, std::uint16_t port, Connector conn
 // clean-up that is the last one forgets the sockets that another thread makes meanwhile.
 constinit base::SlimLock startup_lock;
 
-// What is left of the pieces of a send.
-class UnsentPieces {
- public:
-  explicit UnsentPieces(std::span<const std::span<const std::byte>> pieces) noexcept
-      : pieces_(pieces) {
-    SkipEmpty();
-  }
+// Any system takes as much at once while it holds nothing of a connection yet.
+constexpr std::size_t kAlwaysTaken = 4096;
 
-  [[nodiscard]] bool empty() const noexcept { return pieces_.empty(); }
-
-  // As much of the rest as one send takes. Valid until the next call.
-  [[nodiscard]] std::span<WSABUF> Buffers() noexcept {
-    const std::size_t count = std::min(pieces_.size(), std::size(buffers_));
-    for (std::size_t i = 0; i < count; ++i) {
-      const std::span<const std::byte> piece = pieces_[i].subspan(i == 0 ? offset_ : 0);
-      // The system's type is not const, though a send changes nothing.
-      auto* data = reinterpret_cast<char*>(const_cast<std::byte*>(piece.data()));
-      buffers_[i] = {static_cast<ULONG>(std::min(piece.size(), kLongestBuffer)), data};
-      // What is cut off must go out before the next piece.
-      if (piece.size() > kLongestBuffer) return {buffers_, i + 1};
-    }
-    return {buffers_, count};
-  }
-
-  void Advance(std::size_t sent) noexcept {
-    offset_ += sent;
-    SkipEmpty();
-  }
-
- private:
-  static constexpr std::size_t kLongestBuffer = 1 << 30;
-
-  void SkipEmpty() noexcept {
-    while (!pieces_.empty() && offset_ >= pieces_[0].size()) {
-      offset_ -= pieces_[0].size();
-      pieces_ = pieces_.subspan(1);
-    }
-  }
-
-  std::span<const std::span<const std::byte>> pieces_;
-  std::size_t offset_ = 0;  // bytes of the first piece that are sent
-  WSABUF buffers_[1024];
-};
+// These tell of an earlier datagram, to a port where nobody listened.
+bool IsRefusal(std::uint32_t error) noexcept {
+  return error == WSAECONNRESET || error == WSAECONNREFUSED;
+}
 
 // These say that there is no socket to work on at all.
 bool MeansNoSocket(std::uint32_t error) noexcept {
@@ -197,8 +169,7 @@ WinSock::~WinSock() {
 
 ScopedSocket OpenTcpSocket(const char* host, std::uint16_t port, std::int32_t timeout_ms) noexcept {
   return Open(SOCK_STREAM, host, port, [timeout_ms](SOCKET socket, const sockaddr_in& address) {
-    if (timeout_ms < 0) return Connect(socket, address);
-    return ConnectWithin(socket, address, static_cast<std::uint32_t>(timeout_ms));
+    return ConnectWithin(socket, address, timeout_ms < 0 ? INFINITE : DWORD(timeout_ms));
   });
 }
 
@@ -206,10 +177,12 @@ ScopedSocket OpenUdpSocket(const char* host, std::uint16_t port) noexcept {
   return Open(SOCK_DGRAM, host, port, Connect);
 }
 
-void Socket::Adopt(ScopedSocket socket, std::uint32_t receive_timeout_ms) noexcept {
+void Socket::Adopt(ScopedSocket socket, Protocol protocol,
+                   std::uint32_t receive_timeout_ms) noexcept {
+  *this = Socket();
   socket_ = std::move(socket);
+  protocol_ = protocol;
   receive_timeout_ms_ = receive_timeout_ms;
-  blocking_ = true;
 }
 
 bool Socket::SetLinger(bool on, std::uint16_t seconds) noexcept {
@@ -218,37 +191,53 @@ bool Socket::SetLinger(bool on, std::uint16_t seconds) noexcept {
                       sizeof option) == 0;
 }
 
-std::ptrdiff_t Socket::SendAll(const std::byte* data, std::size_t size) noexcept {
-  const std::span<const std::byte> piece(data, size);
-  return SendPieces({&piece, 1});
-}
-
-std::ptrdiff_t Socket::SendPieces(std::span<const std::span<const std::byte>> pieces) noexcept {
+std::ptrdiff_t Socket::Send(const std::byte* data, std::size_t size) noexcept {
   if (!is_open()) return 0;
-  // A blocking send waits in the system for what the peer takes.
-  SetBlocking(true);
-  std::size_t sent = 0;
-  for (UnsentPieces rest(pieces); !rest.empty();) {
-    const std::span<WSABUF> buffers = rest.Buffers();
-    DWORD count = 0;
-    if (::WSASend(socket_.get(), buffers.data(), static_cast<DWORD>(buffers.size()), &count, 0,
-                  nullptr, nullptr) == 0) {
-      rest.Advance(count);
-      sent += count;
-      continue;
+  // A blocking send would wait where the host's APCs run and, under Wine, for ever once the peer is
+  // gone. The first one finds room, so that a log record is spared two changes of the mode.
+  const bool finds_room = sends_ == 0 && size <= kAlwaysTaken;
+  if (!finds_room) SetBlocking(false);
+  send_failed_ = false;
+  for (;;) {
+    const auto length = static_cast<int>(std::min<std::size_t>(size, INT_MAX));
+    const int sent = ::send(socket_.get(), reinterpret_cast<const char*>(data), length, 0);
+    if (sent != SOCKET_ERROR) {
+      ++sends_;
+      return sent;
     }
     const std::uint32_t error = NetworkError();
-    if (error == WSAEWOULDBLOCK) {
-      // Somebody else changed the mode of the socket: tried again until it goes.
-      SetBlockingMode(socket_.get(), true);
-      continue;
-    }
-    if (sent == 0 && MeansNoSocket(error)) return 0;
-    SetBlocking(false);  // kept: this is the mode that a failed send leaves behind
+    if (TakeRefusal(error) || (error == WSAEWOULDBLOCK && AwaitRoom())) continue;
+    if (error == WSAEWOULDBLOCK || MeansNoSocket(error)) return 0;
+    Unselect();
+    SetBlocking(false);
+    send_failed_ = true;
     base::SetThreadError(error);
     return -1;
   }
-  return static_cast<std::ptrdiff_t>(sent);
+}
+
+// Waits as long as the peer takes nothing, asleep. The first call only selects: the event tells of
+// room that comes after a send was refused under the selection.
+bool Socket::AwaitRoom() noexcept {
+  if (!room_) {
+    room_ = NewEvent();
+    blocking_ = false;  // by the selection
+    return room_ && ::WSAEventSelect(socket_.get(), room_.get(), FD_WRITE | FD_CLOSE) == 0;
+  }
+  WSANETWORKEVENTS events = {};
+  return ::WaitForSingleObject(room_.get(), INFINITE) == WAIT_OBJECT_0 &&
+         ::WSAEnumNetworkEvents(socket_.get(), room_.get(), &events) == 0;
+}
+
+// True when the error belongs to an earlier datagram, each of which can be refused once.
+bool Socket::TakeRefusal(std::uint32_t error) noexcept {
+  if (protocol_ != Protocol::kUdp || !IsRefusal(error) || refusals_ == sends_) return false;
+  ++refusals_;
+  return true;
+}
+
+void Socket::EndSends() noexcept {
+  if (!send_failed_) SetBlocking(true);
 }
 
 std::ptrdiff_t Socket::Receive(std::byte* out, std::size_t capacity) noexcept {
@@ -268,11 +257,22 @@ std::ptrdiff_t Socket::Receive(std::byte* out, std::size_t capacity) noexcept {
 
 bool Socket::Close() noexcept {
   if (!is_open() || ::closesocket(socket_.get()) != 0) return false;
-  static_cast<void>(socket_.Release());
+  Forget();
   return true;
 }
 
+void Socket::Forget() noexcept {
+  static_cast<void>(socket_.Release());
+  *this = Socket();
+}
+
+void Socket::Unselect() noexcept {
+  if (room_) UndoSelection(socket_.get());
+  room_.Reset();
+}
+
 void Socket::SetBlocking(bool blocking) noexcept {
+  if (blocking) Unselect();
   if (blocking_ != blocking && SetBlockingMode(socket_.get(), blocking)) blocking_ = blocking;
 }
 

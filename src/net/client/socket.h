@@ -9,9 +9,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
 
 #include "base/scoped.h"
+#include "base/scoped_handle.h"
+#include "net/client/endpoint.h"
 #include "net/wire/transport.h"
 
 namespace TAVU::QTC {
@@ -38,8 +39,8 @@ struct SocketTraits {
 using ScopedSocket = base::Scoped<SocketTraits>;
 
 // A connected TCP socket, or none. A time-out of 0 or more milliseconds bounds the connecting; a
-// negative one leaves it to the system. The name look-up in front of it is bounded by the system
-// alone. `host` is a dotted address or a name; null fails.
+// negative one leaves it to the system. No APC of the thread runs meanwhile. The name look-up in
+// front of it is bounded by the system alone. `host` is a dotted address or a name; null fails.
 [[nodiscard]] ScopedSocket OpenTcpSocket(const char* host, std::uint16_t port,
                                          std::int32_t timeout_ms) noexcept;
 
@@ -48,16 +49,16 @@ using ScopedSocket = base::Scoped<SocketTraits>;
 
 // The connection of one client.
 //
-// Life: not open → Adopt → open → Close → not open, and again. The socket is in blocking mode while
-// it is open, except after a send that failed: that leaves it non-blocking, until the next send or
-// the next receive that times out.
+// Life: not open → Adopt → open → Close → not open, and again. A request is any number of Send and
+// one EndSends. Between requests the socket is in blocking mode, except after a send that failed:
+// that leaves it non-blocking until the next request or the next receive that times out.
 class Socket final : public Transport {
  public:
   static constexpr std::uint32_t kNoLimit = 0xFFFFFFFF;
 
-  // Takes over `socket`, which must be blocking. `receive_timeout_ms` bounds each receive from then
-  // on; kNoLimit waits as long as it takes.
-  void Adopt(ScopedSocket socket, std::uint32_t receive_timeout_ms) noexcept;
+  // Takes over `socket`, which must be blocking and new. `receive_timeout_ms` bounds each receive
+  // from then on; kNoLimit waits as long as it takes.
+  void Adopt(ScopedSocket socket, Protocol protocol, std::uint32_t receive_timeout_ms) noexcept;
 
   [[nodiscard]] bool is_open() const noexcept { return static_cast<bool>(socket_); }
   // Still owned here; INVALID_SOCKET when not open.
@@ -66,26 +67,35 @@ class Socket final : public Transport {
   // How Close ends a TCP connection: with `on` and 0 seconds by a reset, at once.
   bool SetLinger(bool on, std::uint16_t seconds) noexcept;
 
-  // Sends without a time limit: a peer that stops reading holds the caller as long as it likes. 0
-  // when there is no usable socket, -1 when the network refused (whose code is the thread error).
-  [[nodiscard]] std::ptrdiff_t SendAll(const std::byte* data, std::size_t size) noexcept override;
-  [[nodiscard]] std::ptrdiff_t SendPieces(
-      std::span<const std::span<const std::byte>> pieces) noexcept override;
+  // Waits for room without a time limit: a peer that stops reading holds the caller, asleep, until
+  // it reads or the connection ends. No APC of the thread runs meanwhile. 0 when there is no usable
+  // socket, -1 when the network refused (whose code is the thread error).
+  [[nodiscard]] std::ptrdiff_t Send(const std::byte* data, std::size_t size) noexcept override;
+  void EndSends() noexcept;
 
   // Waits for the first byte within the time-out, which is split into seconds and microseconds.
+  // APCs of the thread run in this wait.
   [[nodiscard]] std::ptrdiff_t Receive(std::byte* out, std::size_t capacity) noexcept override;
 
   // False, and nothing changes, when not open or when the system refuses.
   bool Close() noexcept;
   // Is not open from here on, without closing anything.
-  void Forget() noexcept { static_cast<void>(socket_.Release()); }
+  void Forget() noexcept;
 
  private:
+  [[nodiscard]] bool AwaitRoom() noexcept;
+  [[nodiscard]] bool TakeRefusal(std::uint32_t error) noexcept;
+  void Unselect() noexcept;
   void SetBlocking(bool blocking) noexcept;
 
   ScopedSocket socket_;
+  base::ScopedHandle room_;  // the event of a peer that takes more; only while a request needs it
+  Protocol protocol_ = Protocol::kTcp;
   std::uint32_t receive_timeout_ms_ = kNoLimit;
+  std::uint64_t sends_ = 0;     // that went well
+  std::uint64_t refusals_ = 0;  // of earlier datagrams
   bool blocking_ = true;
+  bool send_failed_ = false;  // the last one
 };
 
 }  // namespace TAVU::QTC

@@ -17,7 +17,7 @@ ResultCode VobQtcClientImpl::OpenTcp(const char* host, std::uint16_t port,
   if (socket_.is_open()) return ResultCode::kAlreadyOpen;
   ScopedSocket socket = OpenTcpSocket(host, port, static_cast<std::int32_t>(timeout_ms));
   if (!socket) return ResultCode::kConnectFailed;
-  socket_.Adopt(std::move(socket), timeout_ms);
+  socket_.Adopt(std::move(socket), Protocol::kTcp, timeout_ms);
   socket_.SetLinger(true, 0);
   expects_reply_ = true;
   return ResultCode::kSuccess;
@@ -28,7 +28,7 @@ ResultCode VobQtcClientImpl::OpenUdp(const char* host, std::uint16_t port,
   if (socket_.is_open()) return ResultCode::kAlreadyOpen;
   ScopedSocket socket = OpenUdpSocket(host, port);
   if (!socket) return ResultCode::kConnectFailed;
-  socket_.Adopt(std::move(socket), timeout_ms);
+  socket_.Adopt(std::move(socket), Protocol::kUdp, timeout_ms);
   expects_reply_ = false;
   return ResultCode::kSuccess;
 }
@@ -43,11 +43,10 @@ ResultCode VobQtcClientImpl::Call(const char* method, const lumo::Value& argumen
 
 ResultCode VobQtcClientImpl::Exchange(const char* method, const lumo::Value& argument) {
   const std::string_view name = method == nullptr ? "" : method;
-  // A client that is not open keeps to the small buffer, too: what counts as written then must not
-  // depend on the size of a larger one.
-  const Carrier carrier =
-      expects_reply_ && socket_.is_open() ? Carrier::kStream : Carrier::kDatagrams;
-  if (!WriteRequest(socket_, name, argument, carrier)) return ResultCode::kStreamFault;
+  const Carrier carrier = expects_reply_ ? Carrier::kStream : Carrier::kDatagrams;
+  const bool written = WriteRequest(socket_, name, argument, carrier);
+  socket_.EndSends();
+  if (!written) return ResultCode::kStreamFault;
   if (!expects_reply_) return ResultCode::kSuccess;
   Message reply;
   if (!ReadReply(socket_, reply)) return ResultCode::kStreamFault;

@@ -2,32 +2,44 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "base/thread_error.h"
 
 namespace TAVU::QTC {
 
-namespace {
-
-// Enough for the ends of texts and the packet lengths between as many borrowed pieces as one send
-// has.
-constexpr std::size_t kCopyCapacity = std::size_t{64} << 10;
-// Of one send: 512 packets with a length before each. More is more than some systems take at once.
-constexpr std::size_t kMostPieces = 1024;
-
-}  // namespace
-
 // --- ConnectionWriter ----------------------------------------------------------------------------
 
+ConnectionWriter::ConnectionWriter(Transport& transport, std::size_t most_held) noexcept
+    : transport_(transport), most_held_(most_held) {
+  window_ = buffer_.data();
+  window_end_ = window_ + buffer_.size();
+}
+
 bool ConnectionWriter::Flush() {
-  const std::ptrdiff_t sent = SendHeld();
-  if (sent == 0) base::SetThreadError(base::kErrorBrokenPipe);
-  return sent > 0;
+  if (broken_) return false;
+  for (const std::byte* next = buffer_.data(); next != window_;) {
+    const std::ptrdiff_t sent = transport_.Send(next, static_cast<std::size_t>(window_ - next));
+    if (sent <= 0) {
+      if (sent == 0) base::SetThreadError(base::kErrorBrokenPipe);
+      broken_ = true;
+      window_ = window_end_;  // no room: every further write comes to Accept
+      return false;
+    }
+    next += sent;
+    sent_ += static_cast<std::uint64_t>(sent);
+  }
+  window_ = buffer_.data();
+  return true;
 }
 
 std::ptrdiff_t ConnectionWriter::Accept(const std::byte* data, std::size_t size) {
   if (window_ == window_end_) {
-    if (const std::ptrdiff_t sent = SendHeld(); sent <= 0) return sent;
+    if (!broken_ && buffer_.size() < most_held_) {
+      Grow();
+    } else if (!Flush()) {
+      return -1;
+    }
   }
   const std::size_t taken = std::min(size, static_cast<std::size_t>(window_end_ - window_));
   std::memcpy(window_, data, taken);
@@ -35,58 +47,15 @@ std::ptrdiff_t ConnectionWriter::Accept(const std::byte* data, std::size_t size)
   return static_cast<std::ptrdiff_t>(taken);
 }
 
-std::ptrdiff_t ConnectionWriter::SendHeld() {
-  if (broken_) return -1;
-  const std::ptrdiff_t sent = Send();
-  if (sent <= 0) {
-    broken_ = true;
-    window_ = window_end_;  // no room: every further write comes to Accept
-  }
-  return sent;
-}
-
-// --- BufferedWriter ------------------------------------------------------------------------------
-
-BufferedWriter::BufferedWriter(Transport& transport) noexcept : ConnectionWriter(transport) {
-  window_ = buffer_.data();
-  window_end_ = window_ + buffer_.size();
-}
-
-std::ptrdiff_t BufferedWriter::Send() {
-  const auto held = static_cast<std::size_t>(window_ - buffer_.data());
-  window_ = buffer_.data();
-  return held == 0 ? 1 : transport_.SendAll(buffer_.data(), held);
-}
-
-// --- GatheringWriter -----------------------------------------------------------------------------
-
-GatheringWriter::GatheringWriter(Transport& transport)
-    : ConnectionWriter(transport), buffer_(new std::byte[kCopyCapacity]), copied_(buffer_.get()) {
-  window_ = buffer_.get();
-  window_end_ = window_ + kCopyCapacity;
-}
-
-std::ptrdiff_t GatheringWriter::Send() {
-  CloseCopied();
-  const std::ptrdiff_t sent = pieces_.empty() ? 1 : transport_.SendPieces(pieces_);
-  pieces_.clear();
-  window_ = copied_ = buffer_.get();
-  return sent;
-}
-
-bool GatheringWriter::AcceptBorrowed(const std::byte* data, std::size_t size) {
-  if (broken()) return false;
-  // Room for the copied bytes in front, this piece, and copied bytes behind it.
-  if (pieces_.size() + 3 > kMostPieces && !Flush()) return false;
-  CloseCopied();
-  pieces_.emplace_back(data, size);
-  return true;
-}
-
-void GatheringWriter::CloseCopied() {
-  if (window_ == copied_) return;
-  pieces_.emplace_back(copied_, window_);
-  copied_ = window_;
+void ConnectionWriter::Grow() {
+  const std::size_t held = buffer_.size();
+  const std::size_t size = std::min(held * 16, most_held_);
+  auto larger = std::make_unique_for_overwrite<std::byte[]>(size);
+  std::memcpy(larger.get(), buffer_.data(), held);
+  grown_buffer_ = std::move(larger);
+  buffer_ = {grown_buffer_.get(), size};
+  window_ = buffer_.data() + held;
+  window_end_ = buffer_.data() + size;
 }
 
 // --- BufferedReader ------------------------------------------------------------------------------

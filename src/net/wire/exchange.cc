@@ -14,6 +14,8 @@ using lumo::ValueType;
 
 namespace {
 
+constexpr std::size_t kMostHeld = std::size_t{768} << 10;
+
 // A value that must be there: an end tag in its place is none.
 bool ReadWholeValue(lumo::ByteSource& source, Value& out) {
   return lumo::ReadValue(source, out) && out.type() != ValueType::kEnd;
@@ -39,15 +41,6 @@ bool WriteBody(PacketWriter& body, const Message& head, const Value& value) {
          body.Flush();
 }
 
-bool WriteCall(ConnectionWriter& writer, const Message& call, const Value& argument) {
-  PacketWriter body(writer);
-  const bool written = TransportHeader().Write(writer) && WriteBody(body, call, argument);
-  // On every way out, and not looked at: see WriteRequest.
-  static_cast<void>(body.Close());
-  static_cast<void>(writer.Flush());
-  return written;
-}
-
 }  // namespace
 
 bool WriteRequest(Transport& connection, std::string_view method, const Value& argument,
@@ -55,12 +48,16 @@ bool WriteRequest(Transport& connection, std::string_view method, const Value& a
   Message call;
   call.kind = MessageKind::kCall;
   call.method = method;
-  if (carrier == Carrier::kDatagrams) {
-    BufferedWriter writer(connection);
-    return WriteCall(writer, call, argument);
-  }
-  GatheringWriter writer(connection);
-  return WriteCall(writer, call, argument);
+  ConnectionWriter writer(connection, carrier == Carrier::kStream ? kMostHeld : kBufferSize);
+  PacketWriter body(writer);
+  const bool written = TransportHeader().Write(writer) && WriteBody(body, call, argument);
+  // What a writer of kBufferSize bytes has sent by now. It holds the rest, of which no failure
+  // shows; the larger buffer of a stream must not hide more.
+  const std::uint64_t must_be_sent = (writer.written() - 1) / kBufferSize * kBufferSize;
+  // On every way out: see WriteRequest.
+  static_cast<void>(body.Close());
+  static_cast<void>(writer.Flush());
+  return written && writer.sent() >= must_be_sent;
 }
 
 bool ReadReply(Transport& connection, Message& reply) {

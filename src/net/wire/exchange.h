@@ -18,15 +18,15 @@ namespace TAVU::QTC {
 
 enum class Carrier {
   kDatagrams,  // 2048 bytes a send, which is a datagram, and a last shorter one
-  kStream,     // as few sends as possible; large texts and binaries from where they lie
+  kStream,     // few large sends
 };
 
 // Writes a call of `method` with one argument. The bytes are the same on both carriers.
 //
 // Kept on purpose, because hosts and servers have long lived with it:
-// - The result tells of everything up to the last packet of the body. The end packet and the last
-//   send behind it are not looked at, so that a request which fits into the buffers counts as
-//   written even when its send fails.
+// - The result tells of every whole 2048 bytes of the request before its last ones, and not of
+//   those nor of the end packet: a request of one such buffer counts as written even when its send
+//   fails.
 // - A request that fails on the way, say over an argument without an encoding, still gets its end
 //   packet: the server sees a broken request at once instead of waiting for the rest of one.
 [[nodiscard]] bool WriteRequest(Transport& connection, std::string_view method,

@@ -15,7 +15,7 @@ PacketWriter::PacketWriter(lumo::ByteSink& connection) noexcept : connection_(co
 }
 
 bool PacketWriter::Flush() {
-  return held() == 0 || WritePacket(nullptr, 0, &lumo::ByteSink::Write);
+  return held() == 0 || WritePacket(nullptr, 0);
 }
 
 bool PacketWriter::Close() {
@@ -27,32 +27,24 @@ bool PacketWriter::Close() {
 
 std::ptrdiff_t PacketWriter::Accept(const std::byte* data, std::size_t size) {
   if (closed_) return 0;
-  return Cut(data, size, &lumo::ByteSink::Write) ? static_cast<std::ptrdiff_t>(size) : -1;
-}
-
-bool PacketWriter::AcceptBorrowed(const std::byte* data, std::size_t size) {
-  const bool fits = size <= static_cast<std::size_t>(window_end_ - window_);
-  return fits || closed_ ? Write(data, size) : Cut(data, size, &lumo::ByteSink::WriteBorrowed);
-}
-
-bool PacketWriter::Cut(const std::byte* data, std::size_t size, ConnectionWrite write) {
-  std::size_t packet = kBufferSize - held();  // of the data; behind what is held
+  std::size_t rest = size;
+  std::size_t packet = kBufferSize - held();  // of the data, after what is held
   do {
-    if (!WritePacket(data, packet, write)) return false;
+    if (!WritePacket(data, packet)) return -1;
     data += packet;
-    size -= packet;
+    rest -= packet;
     packet = kBufferSize;
-  } while (size >= packet);
-  std::memcpy(window_, data, size);
-  window_ += size;
-  return true;
+  } while (rest >= packet);
+  std::memcpy(window_, data, rest);
+  window_ += rest;
+  return static_cast<std::ptrdiff_t>(size);
 }
 
-bool PacketWriter::WritePacket(const std::byte* more, std::size_t size, ConnectionWrite write) {
+bool PacketWriter::WritePacket(const std::byte* more, std::size_t size) {
   const std::size_t held_size = held();
   window_ = buffer_.data();
   return lumo::WriteUint16(connection_, static_cast<std::uint16_t>(held_size + size)) &&
-         connection_.Write(buffer_.data(), held_size) && (connection_.*write)(more, size);
+         connection_.Write(buffer_.data(), held_size) && connection_.Write(more, size);
 }
 
 PacketReader::PacketReader(lumo::ByteSource& connection) noexcept : connection_(connection) {}

@@ -11,7 +11,7 @@
 namespace TAVU::QTC {
 
 // Cuts a body into packets of 2048 bytes and a last shorter one. Full packets of a large write go
-// straight from the data, and what was borrowed here is borrowed by the connection.
+// straight from the data.
 class PacketWriter final : public lumo::ByteSink {
  public:
   explicit PacketWriter(lumo::ByteSink& connection) noexcept;  // not owned; outlives the writer
@@ -23,14 +23,9 @@ class PacketWriter final : public lumo::ByteSink {
   [[nodiscard]] bool Close();
 
  private:
-  using ConnectionWrite = bool (lumo::ByteSink::*)(const void*, std::size_t);
-
   [[nodiscard]] std::ptrdiff_t Accept(const std::byte* data, std::size_t size) override;
-  [[nodiscard]] bool AcceptBorrowed(const std::byte* data, std::size_t size) override;
-  // Packets of data that does not fit behind what is held; its rest is held then.
-  [[nodiscard]] bool Cut(const std::byte* data, std::size_t size, ConnectionWrite write);
   // Writes the bytes held and `size` more, kBufferSize at the most together, as one packet.
-  [[nodiscard]] bool WritePacket(const std::byte* more, std::size_t size, ConnectionWrite write);
+  [[nodiscard]] bool WritePacket(const std::byte* more, std::size_t size);
   [[nodiscard]] std::size_t held() const noexcept {
     return static_cast<std::size_t>(window_ - buffer_.data());
   }
