@@ -11,6 +11,13 @@
 #endif
 #include "tavu/tavu.h"
 
+/* Declared here for the build that has no headers of a C runtime. */
+#if __STDC_HOSTED__
+#include <stdio.h>
+#else
+int puts(const char* text);
+#endif
+
 typedef void (*Function)(void);
 #define EXPORT(function) functions[count++] = (Function)(function);
 
@@ -26,6 +33,7 @@ int main(void) {
   char sizes[sizeof(bool) == 1 && sizeof(wchar_t) == 2 && sizeof(TAVU_HANDLE) == 8 ? 1 : -1];
   sizes[0] = 0;
 #include "exports.inc"
+  if (count != 38) return 5;
   while (count > 0) {
     if (functions[--count] == NULL) return 1;
   }
@@ -33,5 +41,6 @@ int main(void) {
   if (handle == NULL || !TAVU_SetCustumInfoCallbackA(handle, Callback)) return 2;
   if (!TAVU_SetCustumInfoCallbackA(handle, NULL) || !TAVU_Destroy(handle)) return 3;
   if (TAVU_Destroy(handle) || TAVU_GetLastError() != TAVU_ERROR_INVALID_HANDLE) return 4;
+  puts("38 functions work");
   return sizes[0];
 }

@@ -17,6 +17,7 @@ from pathlib import Path
 
 WINE, HOST = sys.argv.pop(1), Path(sys.argv.pop(1))
 SECONDS = 240  # for one crash on a busy machine
+WINE_LOST = 125  # the runner's word for an end that was not the program's own
 MEMORY = 'physical', 'virtual', 'paging_file'
 
 # way | code, whose low byte is the exit status | name | the data's address | where: in the crashing
@@ -64,6 +65,8 @@ class Crash:
         finally:
             host.kill()
         self.status = host.returncode
+        if self.status == WINE_LOST:
+            raise AssertionError('the end of the host was not its own')
         self.words = dict(line.split(' = ', 1) for line in self.lines if ' = ' in line)
         self.left = sorted(os.listdir(self.temp))
         report, seen = self.reporter / 'report.txt', self.reporter / 'seen'
