@@ -42,8 +42,9 @@ def unwind(dump: str, modules: Iterable[str]) -> Unwound:
         # of the latter.
         os.mkdir(os.path.join(folder, 'modules'))
         for path in modules:
-            os.symlink(os.path.abspath(path),
-                       os.path.join(folder, 'modules', os.path.basename(path)))
+            link = os.path.join(folder, 'modules', os.path.basename(path))
+            if not os.path.lexists(link):  # one file may go by two names, or lie in two folders
+                os.symlink(os.path.abspath(path), link)
         arguments = [lldb, '--batch', '--no-lldbinit']
         for command in _COMMANDS:
             arguments += ['-o', command]

@@ -60,6 +60,7 @@ class Document:
             self.windows = self.windows or values
         elif element == 'module' and 'name' in values and len(self.modules) < MAX_MODULES:
             self.modules.append(Module.at(values['name'], number(values.get('base_addr')),
-                                          number(values.get('base_size'))))
+                                          number(values.get('base_size')),
+                                          version=values.get('file_ver', '')))
         elif element == 'function' and 'addr' in values and len(self.stack) < MAX_FUNCTIONS:
             self.stack.append(number(values['addr']))

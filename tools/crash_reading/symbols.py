@@ -3,44 +3,19 @@ import dataclasses
 import json
 import os
 import shutil
-import struct
 import subprocess
 from typing import Any, Iterable, Optional
 
+from crash_reading.images import Image, Images
 from crash_reading.modules import Module, module_at
 
 SECONDS = 120   # for one run of the symbolizer
-_MAY_RUN = 0x20000000
 _LONGEST_PATH = 64  # parts; those of source files are recorded in PDBs
 
 
 def program(*names: str) -> Optional[str]:
     """The first of these programs that is installed, or nothing."""
     return next((path for name in names if (path := shutil.which(name))), None)
-
-
-class Image:
-    """What the headers of a program or DLL tell. The size is 0 for a file that is neither."""
-
-    def __init__(self, path: str) -> None:
-        self.path, self.base, self.size = path, 0, 0
-        self.code: list[range] = []
-        with open(path, 'rb') as file:
-            header = file.read(4096)
-        try:
-            (start,) = struct.unpack_from('<I', header, 60)
-            sections, optional = struct.unpack_from('<H12xH', header, start + 6)
-            base, = struct.unpack_from('<Q', header, start + 24 + 24)
-            size, = struct.unpack_from('<I', header, start + 24 + 56)
-            for index in range(sections):
-                place = start + 24 + optional + 40 * index
-                length, offset = struct.unpack_from('<II', header, place + 8)
-                (flags,) = struct.unpack_from('<I', header, place + 36)
-                if flags & _MAY_RUN:
-                    self.code.append(range(offset, offset + length))
-        except struct.error:
-            return
-        self.base, self.size = base, size
 
 
 @dataclasses.dataclass(frozen=True)
@@ -63,17 +38,11 @@ class Symbols:
     leave out it tells in `notes`."""
 
     def __init__(self, folders: Iterable[str], root: str) -> None:
-        """Of the folders the first that has a module holds. Places below `root`, in whatever folder
-        they were built, are shown relative to it."""
+        """Places below `root`, in whatever folder they were built, are shown relative to it."""
         self.root = root
         self.notes: list[str] = []
-        self.files: dict[str, str] = {}         # path by the module's name in lower case
-        self._images: dict[str, Image] = {}     # by path
+        self.images = Images(folders)
         self._symbolizer = program('llvm-symbolizer-14', 'llvm-symbolizer')
-        for folder in folders:
-            for entry in sorted(os.scandir(folder), key=lambda entry: entry.name):
-                if entry.name.lower().endswith(('.exe', '.dll')) and entry.is_file():
-                    self.files.setdefault(entry.name.lower(), entry.path)
 
     def note(self, text: str) -> None:
         """Adds a note that is not there yet."""
@@ -93,31 +62,24 @@ class Symbols:
             # A return address may be the first of another line, or of another function.
             offset -= 1 if index else 0
             # The frame pointers of a document may lead to where no code is.
-            if any(offset in section for section in image.code):
+            if image.is_code(offset):
                 questions.setdefault(image.path, []).append((frame, image.base + offset))
         for path, asked in questions.items():
-            for (frame, _), calls in zip(asked, self._ask(path, [place for _, place in asked])):
+            for (frame, _), calls in zip(asked, self.ask(path, [place for _, place in asked])):
                 frame.calls = calls
         return frames
 
     def _image_of(self, module: Module) -> Optional[Image]:
         """The file that `module` was loaded from, or nothing."""
-        path = self.files.get(module.name.lower())
-        if not path:
-            return None
-        if path not in self._images:
-            try:
-                self._images[path] = Image(path)
-            except OSError as fault:
-                self.note(f'{path}: {fault.strerror}')
-                return None
-        if self._images[path].size != module.size:
-            self.note(f'{module.name} that crashed is another build than {self._shown(path)}: '
+        image = self.images.find(module)
+        paths = self.images.paths.get(module.name.lower(), [])
+        if not image and paths:
+            self.note(f'{module.name} that crashed is another build than {self._shown(paths[0])}: '
                       'no symbols from it')
-            return None
-        return self._images[path]
+        return image
 
-    def _ask(self, path: str, places: list[int]) -> list[list[Call]]:
+    def ask(self, path: str, places: list[int]) -> list[list[Call]]:
+        """The calls at some addresses of a program or DLL that is loaded where it likes best."""
         if not self._symbolizer:
             self.note('llvm-symbolizer is missing: no functions, files and lines')
             return []
