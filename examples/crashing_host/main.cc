@@ -18,6 +18,7 @@ struct Options {
   std::string way;
   std::string host = "127.0.0.1";
   std::uint16_t port = 0;
+  std::string user = "kim lee";
   std::uint32_t code = 0xE0000001;
   std::uint32_t language = 0;
   bool auto_report = false;
@@ -79,12 +80,12 @@ int Crash(TAVU_HANDLE instance, const Options& options) {
 }
 
 int Run(const Options& options) {
-  const TAVU_HANDLE instance = TAVU_CreateW(L"crashing-host", L"1.0.0", L"Crashing Host");
+  const TAVU_HANDLE instance = TAVU_CreateA("crashing-host", CRASHING_HOST_VERSION, "Crashing Host");
   if (!instance) return Fail("no instance");
   if (!TAVU_SetReportServerA(instance, options.host.c_str(), options.port)) {
     return Fail("no report server");
   }
-  TAVU_SetUserIDW(instance, L"kim lee");
+  TAVU_SetUserIDA(instance, options.user.c_str());
   return options.restarted ? TellOfRestart(instance) : Crash(instance, options);
 }
 
@@ -110,6 +111,7 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember(names).description(""));
   app.add_option("HOST", options.host, "The report server")->required();
   app.add_option("PORT", options.port, "Its port")->required();
+  app.add_option("--user", options.user, "The user identifier that is reported");
   app.add_option("--code", options.code, "Exception code for the way \"raise\"");
   app.add_option("--language", options.language, "Number of the crash reporter's language");
   app.add_flag("--auto-report", options.auto_report, "The crash reporter sends without asking");
