@@ -12,6 +12,7 @@ _MAY_RUN = 0x20000000           # a section's flag
 _EXCEPTIONS, _DEBUG = 3, 6      # entries of the directory
 _CODEVIEW = 2                   # a debug entry's type
 _MOST_DEBUG_ENTRIES = 64
+_CALL, _JUMP_BY_POINTER = 0xE8, b'\xff\x25'
 _FIXED_VERSION = b'\xbd\x04\xef\xfe'
 
 Function = tuple[int, int, int]  # start, end and unwind information, as offsets in the image
@@ -72,14 +73,17 @@ class Image:
         return any(section.may_run and 0 <= offset - section.start < section.size
                    for section in self.sections)
 
-    def follows_call(self, offset: int) -> bool:
-        """Whether a call may have left `offset` as its return address."""
+    def follows_far_call(self, offset: int) -> bool:
+        """Whether a call to another image leaves `offset` as its return address: one by a pointer,
+        or one of the jumps by a pointer that linkers make for imported functions."""
         before = self.bytes_at(offset - 7, 7) if self.is_code(offset - 7) else b''
         if len(before) < 7:
             return False
-        return before[2] == 0xE8 or any(
-            before[-length] == 0xFF and before[1 - length] & 0x38 == 0x10 and
-            length == _indirect_call_length(before[-length:]) for length in (2, 3, 4, 6, 7))
+        if before[2] == _CALL:
+            target = offset + int.from_bytes(before[3:], 'little', signed=True)
+            return self.bytes_at(target, 2) == _JUMP_BY_POINTER
+        return any(before[-length] == 0xFF and before[1 - length] & 0x38 == 0x10 and
+                   length == _indirect_call_length(before[-length:]) for length in (2, 3, 4, 6, 7))
 
     def _read_debug_id(self, offset: int, size: int) -> str:
         for entry in range(0, min(size, 28 * _MOST_DEBUG_ENTRIES), 28):

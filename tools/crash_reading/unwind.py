@@ -1,7 +1,7 @@
 """Unwinds the failing thread of a dump, as Windows itself does: by the tables in the images.
 
-Where the image of a frame is not at hand (mostly Windows' own), the caller is looked for: first by
-the frame pointer, then by the first word on the stack that a call of a known image may have left.
+Where the image of a frame is not at hand (mostly one of Windows' own), the caller is looked for: the
+first word on the stack that a call from a known image to another one leaves.
 """
 import bisect
 import struct
@@ -67,6 +67,7 @@ class Unwinder:
         self.bases = [module.base for module in self.modules]
         self.stack, self.registers, self.find = stack, registers, find
         self.scanned = 0
+        self.unknown: set[str] = set()  # registers that a skipped function may have changed
 
     def run(self) -> list[int]:
         """All return addresses that can be found."""
@@ -146,13 +147,15 @@ class Unwinder:
         """Undoes those instructions of a prolog that lie in its first `ran` bytes."""
         registers = self.registers
         done = [code for code in decode(codes) if code.after <= ran]
-        # What was saved is counted from the fixed frame's end, which the stack pointer may have left.
-        base = registers['rsp']
-        if any(code.operation == SET_FRAME for code in done):
-            base = registers[REGISTERS[frame & 15]] - 16 * (frame >> 4)
+        # What was saved is counted from the fixed frame's end, which the stack pointer may have left
+        # if the frame has a register of its own. Few functions let it: without the register it is
+        # taken to be there.
+        base, register = registers['rsp'], REGISTERS[frame & 15]
+        if any(code.operation == SET_FRAME for code in done) and register not in self.unknown:
+            base = registers[register] - 16 * (frame >> 4)
         for code in done:
             if code.operation == PUSH:
-                registers[REGISTERS[code.info]] = self.word(registers['rsp'])
+                self.restore(REGISTERS[code.info], registers['rsp'])
                 registers['rsp'] += 8
             elif code.operation == ALLOCATE:
                 registers['rsp'] += code.far if code.info else 8 * code.near
@@ -162,21 +165,20 @@ class Unwinder:
                 registers['rsp'] = base
             elif code.operation in (SAVE, SAVE_FAR):
                 place = 8 * code.near if code.operation == SAVE else code.far
-                registers[REGISTERS[code.info]] = self.word(base + place)
+                self.restore(REGISTERS[code.info], base + place)
             elif code.operation == MACHINE_FRAME:
                 place = registers['rsp'] + 8 * code.info
                 registers['rip'], registers['rsp'] = self.word(place), self.word(place + 24)
                 return True
         return False
 
+    def restore(self, register: str, place: int) -> None:
+        """Takes back what a prolog has saved."""
+        self.registers[register] = self.word(place)
+        self.unknown.discard(register)
+
     def search_caller(self) -> None:
         """The caller of a function whose image is not at hand."""
-        pointer = self.registers['rbp']
-        if pointer >= self.registers['rsp'] and self.is_return(self.stack.word(pointer + 8)):
-            self.registers['rbp'] = self.word(pointer)
-            self.registers['rip'] = self.word(pointer + 8)
-            self.registers['rsp'] = pointer + 16
-            return
         place = self.registers['rsp']
         while not self.is_return(self.word(place)):
             place += 8
@@ -184,9 +186,10 @@ class Unwinder:
             if self.scanned > MAX_SCANNED:
                 raise UnwindFault
         self.registers['rip'], self.registers['rsp'] = self.word(place), place + 8
+        self.unknown = set(REGISTERS)
 
     def is_return(self, address: Optional[int]) -> bool:
-        """Whether a call in a known image leaves this address."""
+        """Whether a call in a known image to another image leaves this address."""
         module, offset = self.locate(address) if address else (None, 0)
         image = self.find(module) if module else None
-        return image is not None and image.follows_call(offset)
+        return image is not None and image.follows_far_call(offset)

@@ -86,12 +86,16 @@ class Signer:
         return Signature(kind, tuple(labels[:DEPTH] or [f.label for f in frames[:1]])), mine
 
     def host_frames(self, frames: Sequence[NamedFrame]) -> list[bool]:
+        """What has no source line among frames of its module that have is a library that was linked
+        in without its symbols: its names are those of whatever public function lies before it."""
+        with_lines = {frame.module for frame in frames if frame.place}
         mine = []
         ended = False
         for frame in frames:
             action = self.action(frame.module, frame.label if frame.function else '')
             ended = ended or action == 'end'
-            mine.append(not ended and action != 'skip' and bool(frame.module))
+            mine.append(not ended and action != 'skip' and bool(frame.module) and
+                        (bool(frame.place) or frame.module not in with_lines))
         return mine
 
     def _action(self, module: str, function: str) -> str:
