@@ -80,7 +80,8 @@ int Crash(TAVU_HANDLE instance, const Options& options) {
 }
 
 int Run(const Options& options) {
-  const TAVU_HANDLE instance = TAVU_CreateA("crashing-host", CRASHING_HOST_VERSION, "Crashing Host");
+  const TAVU_HANDLE instance =
+      TAVU_CreateA("crashing-host", CRASHING_HOST_VERSION, "Crashing Host");
   if (!instance) return Fail("no instance");
   if (!TAVU_SetReportServerA(instance, options.host.c_str(), options.port)) {
     return Fail("no report server");
