@@ -4,7 +4,6 @@ from __future__ import annotations
 import base64
 import hashlib
 import os
-import re
 from collections.abc import Sequence
 from datetime import datetime, timedelta, timezone
 from pathlib import Path
@@ -15,7 +14,7 @@ import jinja2
 from markupsafe import Markup
 
 from crash_triage.groups import Group, count_versions
-from crash_triage.signature import NamedFrame, without_arguments
+from crash_triage.signature import NamedFrame
 from crash_triage.state import KnownCrash
 
 HERE = Path(__file__).parent
@@ -23,7 +22,6 @@ FEWEST_BINS, MOST_BINS = 30, 60
 MINUTE = 60_000  # milliseconds
 STEPS = [MINUTE * n for n in (1, 5, 10, 30, 60, 180, 360, 720, 1440, 7 * 1440, 28 * 1440)]
 CALLERS = 2
-ANONYMOUS = re.compile(r"\(anonymous namespace\)::|`anonymous namespace'::")
 ZEROS = datetime(1970, 1, 1, tzinfo=timezone.utc)
 
 
@@ -111,8 +109,7 @@ def _group(group: Group, span: Span, is_new: bool) -> dict[str, Any]:
 
 
 def _frame(frame: NamedFrame, is_host: bool) -> dict[str, Any]:
-    label = ANONYMOUS.sub('', frame.label)
-    short = _short(frame)
+    label, short = frame.label, _short(frame)
     return {'function': frame.function, 'label': frame.label, 'short': short,
             'scope': label[:-len(short)] if label.endswith(short) else '',
             'place': frame.place,
@@ -122,9 +119,9 @@ def _frame(frame: NamedFrame, is_host: bool) -> dict[str, Any]:
 
 def _short(frame: NamedFrame) -> str:
     """The function without the namespaces and classes around it."""
+    name = frame.label
     if not frame.function:
-        return frame.label
-    name = ANONYMOUS.sub('', without_arguments(frame.function))
+        return name
     depth = 0
     for index in range(len(name) - 1, 0, -1):
         depth += {'>': 1, '<': -1, '}': 1, '{': -1}.get(name[index], 0)

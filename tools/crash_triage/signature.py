@@ -12,6 +12,7 @@ from pathlib import Path
 BUILT_IN = Path(__file__).with_name('frames.rules')
 ACTIONS = ('skip', 'end', 'host')
 SUBJECTS = ('module', 'function')
+ANONYMOUS = re.compile(r"\(anonymous namespace\)::|`anonymous namespace'::")
 DEPTH = 3  # frames of the host in a signature: enough to tell callers apart, few enough to group
 
 
@@ -29,7 +30,7 @@ class NamedFrame:
     def label(self) -> str:
         """How a signature names the frame: the same for each build when there are symbols."""
         if self.function:
-            return without_arguments(self.function)
+            return ANONYMOUS.sub('', without_arguments(self.function))
         return f'{self.module}+{self.offset:#x}' if self.module else f'{self.offset:#x}'
 
 
