@@ -25,8 +25,9 @@ install(FILES docs/wire.md docs/crashes.md DESTINATION docs)
 install(FILES examples/host/host.cc DESTINATION examples/host)
 install(FILES programs/collector/README.md DESTINATION programs/collector)
 install(FILES examples/python_reader/read_requests.py DESTINATION examples/python_reader)
-install(PROGRAMS tools/explain DESTINATION tools)
-install(DIRECTORY tools/crash_reading DESTINATION tools FILES_MATCHING PATTERN "*.py")
+install(PROGRAMS tools/explain tools/triage DESTINATION tools)
+install(DIRECTORY tools/crash_reading tools/crash_triage DESTINATION tools
+  PATTERN "__pycache__" EXCLUDE)
 
 set(CPACK_GENERATOR ZIP)
 set(CPACK_PACKAGE_NAME TAVU)
