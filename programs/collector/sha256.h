@@ -1,9 +1,9 @@
-// SHA-256, computed piece by piece.
+// SHA-256, computed piece by piece by the system's cryptographic library, which uses what the
+// processor has for it. sha256_openssl.cc and sha256_bcrypt.cc; the build chooses one.
 #pragma once
 
-#include <array>
 #include <cstddef>
-#include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 
@@ -11,20 +11,19 @@ namespace TAVU::collector {
 
 class Sha256 {
  public:
-  void Update(std::span<const std::byte> bytes) noexcept;
+  Sha256();  // throws std::bad_alloc
+  ~Sha256();
+  Sha256(const Sha256&) = delete;
+  Sha256& operator=(const Sha256&) = delete;
+
+  void Update(std::span<const std::byte> bytes);
   // The digest of all bytes as 64 hexadecimal digits. The object is used up then.
   [[nodiscard]] std::string FinishHex();
 
  private:
-  static constexpr std::size_t kBlockSize = 64;
+  struct State;
 
-  void Compress(const std::byte* block) noexcept;
-
-  std::array<std::uint32_t, 8> state_ = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                                         0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-  std::array<std::byte, kBlockSize> block_ = {};
-  std::size_t held_ = 0;     // bytes in block_
-  std::uint64_t total_ = 0;  // bytes seen
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace TAVU::collector
