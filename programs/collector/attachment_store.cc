@@ -1,97 +1,215 @@
 #include "attachment_store.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <memory>
 #include <random>
-#include <system_error>
+#include <span>
 #include <utility>
 
+#include "lumo/codec/byte_stream.h"
+#include "lumo/codec/codec.h"
 #include "platform.h"
+#include "sha256.h"
 
 namespace TAVU::collector {
 namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kCountPause = 5s;
+constexpr std::string_view kPartial = ".part";
 
 std::filesystem::path PathFromUtf8(const std::string& text) {
   return std::filesystem::path(std::u8string(text.begin(), text.end()));
 }
 
+struct FileClose {
+  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+
 }  // namespace
 
-AttachmentStore::AttachmentStore(const std::string& folder) : folder_(PathFromUtf8(folder)) {
+// Takes the bytes of one attachment. They are measured even when the file has failed.
+class AttachmentStore::FileSink final : public lumo::ByteSink {
+ public:
+  FileSink(AttachmentStore& store, KeptAttachment& kept) : store_(store), kept_(kept) {
+    window_ = buffer_.data();
+    window_end_ = window_ + buffer_.size();
+  }
+  ~FileSink() override { RemovePartial(); }
+
+  void Open(const std::string& name) {
+    path_ = store_.folder_ / PathFromUtf8(name);
+    partial_path_ = path_;
+    partial_path_ += kPartial;
+    kept_.name = name;
+    std::string reason = store_.FindRoom(0, 1);
+    std::error_code error;
+    if (reason.empty()) {
+      std::filesystem::create_directories(store_.folder_, error);
+      if (!error) file_.reset(CreateNewFile(partial_path_, error));
+      if (file_ == nullptr) reason = error.message();
+    }
+    if (!reason.empty()) return Fail(std::move(reason));
+    ++store_.files_;
+  }
+
+  void Finish() {
+    Flush();
+    kept_.sha256 = sha256_.FinishHex();
+    if (file_ == nullptr) return;
+    // What was written may only fail now, when the last of it leaves the buffer.
+    std::error_code error;
+    if (std::fflush(file_.get()) != 0) error = LastError();
+    if (!error && store_.durable_) error = SyncFile(file_.get());
+    if (std::fclose(file_.release()) != 0 && !error) error = LastError();
+    open_ended_ = true;
+    if (!error) std::filesystem::rename(partial_path_, path_, error);
+    if (error) return Fail(error.message());
+    open_ended_ = false;
+  }
+
+ private:
+  [[nodiscard]] std::ptrdiff_t Accept(const std::byte* data, std::size_t size) override {
+    Flush();
+    Take({data, size});
+    return static_cast<std::ptrdiff_t>(size);
+  }
+
+  void Flush() {
+    Take({buffer_.data(), window_});
+    window_ = buffer_.data();
+  }
+
+  void Take(std::span<const std::byte> bytes) {
+    // In pieces, which stay in the processor's cache between the two.
+    while (!bytes.empty()) {
+      const std::span<const std::byte> piece = bytes.first(std::min(bytes.size(), buffer_.size()));
+      bytes = bytes.subspan(piece.size());
+      kept_.size += piece.size();
+      sha256_.Update(piece);
+      if (file_ != nullptr) Store(piece);
+    }
+  }
+
+  void Store(std::span<const std::byte> piece) {
+    std::string reason = store_.FindRoom(piece.size(), 0);
+    if (!reason.empty()) return Fail(std::move(reason));
+    store_.bytes_ += piece.size();
+    stored_ += piece.size();
+    if (std::fwrite(piece.data(), 1, piece.size(), file_.get()) != piece.size()) {
+      Fail(LastError().message());
+    }
+  }
+
+  void Fail(std::string reason) {
+    RemovePartial();
+    kept_.error = std::move(reason);
+    kept_.name.reset();
+  }
+
+  void RemovePartial() {
+    if (file_ == nullptr && !open_ended_) return;
+    file_.reset();
+    open_ended_ = false;
+    std::error_code ignored;  // nothing more can be done about a file that does not go away
+    std::filesystem::remove(partial_path_, ignored);
+    store_.bytes_ -= stored_;
+    --store_.files_;
+  }
+
+  AttachmentStore& store_;
+  KeptAttachment& kept_;
+  Sha256 sha256_;
+  std::filesystem::path path_;
+  std::filesystem::path partial_path_;
+  std::unique_ptr<std::FILE, FileClose> file_;
+  bool open_ended_ = false;  // closed, and not under its name yet
+  std::uint64_t stored_ = 0;
+  std::array<std::byte, 65536> buffer_;
+};
+
+AttachmentStore::AttachmentStore(const std::string& folder, StoreLimits limits, bool durable)
+    : folder_(PathFromUtf8(folder)), limits_(limits), durable_(durable) {
   // Tells apart the files of several collectors that share a folder.
   char token[16];
   std::snprintf(token, sizeof(token), "%08x", static_cast<unsigned>(std::random_device{}()));
   process_token_ = token;
 }
 
-std::string AttachmentStore::Prepare() const {
+std::string AttachmentStore::Prepare() {
   if (!has_folder()) return {};
   std::error_code error;
   std::filesystem::create_directories(folder_, error);
-  return error ? error.message() : std::string();
+  if (error) return error.message();
+  CountFolder();
+  return Missing(0, 0);
 }
 
 std::string AttachmentStore::NameRecord(UtcTime time) {
   return FormatUtcForFileName(time) + '-' + process_token_ + '-' + std::to_string(++records_);
 }
 
-AttachmentKeeper::AttachmentKeeper(const AttachmentStore& store, const std::string& record_name,
-                                   const Attachment& attachment)
-    : rest_(attachment.bytes) {
-  kept_.size = attachment.bytes.size();
-  if (!store.has_folder()) return;
-  kept_.name = record_name + '-' + attachment.suffix;
-  path_ = store.folder() / PathFromUtf8(*kept_.name);
-  partial_path_ = store.folder() / PathFromUtf8(*kept_.name + ".part");
-  std::error_code error;
-  std::filesystem::create_directories(store.folder(), error);
-  if (!error) file_.reset(CreateNewFile(partial_path_, error));
-  partial_exists_ = file_ != nullptr;
-  if (error) Fail(error);
-}
-
-AttachmentKeeper::~AttachmentKeeper() {
-  RemovePartial();
-}
-
-bool AttachmentKeeper::Step() {
-  const std::span<const std::byte> piece = rest_.first(std::min(rest_.size(), kPiece));
-  rest_ = rest_.subspan(piece.size());
-  sha256_.Update(piece);
-  if (file_ && !piece.empty() &&
-      std::fwrite(piece.data(), 1, piece.size(), file_.get()) != piece.size()) {
-    Fail(LastError());
+KeptAttachment AttachmentStore::Keep(const std::string& record_name, const Attachment& attachment) {
+  KeptAttachment kept;
+  const auto sink = std::make_unique<FileSink>(*this, kept);
+  if (has_folder()) sink->Open(record_name + '-' + attachment.suffix);
+  // The sink takes everything, and what came out of the decoder has an encoding.
+  if (attachment.form == AttachmentForm::kContent) {
+    static_cast<void>(sink->Write(attachment.value->bytes()));
+  } else {
+    static_cast<void>(lumo::WriteValue(*sink, *attachment.value));
   }
-  if (!rest_.empty()) return false;
-  kept_.sha256 = sha256_.FinishHex();
-  if (file_) Complete();
-  return true;
+  sink->Finish();
+  return kept;
 }
 
-KeptAttachment AttachmentKeeper::Finish() {
-  return std::move(kept_);
+std::error_code AttachmentStore::SyncFolder() const {
+  return has_folder() ? collector::SyncFolder(folder_) : std::error_code();
 }
 
-void AttachmentKeeper::Complete() {
-  // What was written may only fail now, when the last of it leaves the buffer.
-  if (std::fflush(file_.get()) != 0) return Fail(LastError());
-  if (std::fclose(file_.release()) != 0) return Fail(LastError());
+// Empty when there is room for so much more, else the reason.
+std::string AttachmentStore::FindRoom(std::uint64_t bytes, std::uint64_t files) {
+  std::string missing = Missing(bytes, files);
+  if (missing.empty() || std::chrono::steady_clock::now() < counted_ + kCountPause) return missing;
+  CountFolder();
+  return Missing(bytes, files);
+}
+
+std::string AttachmentStore::Missing(std::uint64_t bytes, std::uint64_t files) const {
+  const auto exceeds = [](std::uint64_t limit, std::uint64_t used, std::uint64_t more) {
+    return limit != 0 && (used > limit || more > limit - used);
+  };
+  if (exceeds(limits_.most_bytes, bytes_, bytes)) return "the store is full (--max-store)";
+  if (exceeds(limits_.most_files, files_, files)) return "the store is full (--max-files)";
+  if (limits_.least_free == 0) return {};
   std::error_code error;
-  std::filesystem::rename(partial_path_, path_, error);
-  if (error) return Fail(error);
-  partial_exists_ = false;
+  const std::filesystem::space_info space = std::filesystem::space(folder_, error);
+  // A disk that does not tell is found full when it is.
+  if (error || space.available == static_cast<std::uintmax_t>(-1)) return {};
+  const bool room = space.available >= bytes && space.available - bytes >= limits_.least_free;
+  return room ? "" : "too little space is left on the store's disk (--min-free)";
 }
 
-void AttachmentKeeper::Fail(const std::error_code& error) {
-  RemovePartial();
-  kept_.error = error.message();
-  kept_.name.reset();
-}
-
-void AttachmentKeeper::RemovePartial() {
-  file_.reset();
-  if (!std::exchange(partial_exists_, false)) return;
-  std::error_code ignored;  // nothing more can be done about a file that does not go away
-  std::filesystem::remove(partial_path_, ignored);
+void AttachmentStore::CountFolder() {
+  counted_ = std::chrono::steady_clock::now();
+  std::uint64_t bytes = 0;
+  std::uint64_t files = 0;
+  std::error_code error;
+  std::filesystem::directory_iterator entry(folder_, error);
+  while (!error && entry != std::filesystem::directory_iterator()) {
+    std::error_code gone;  // by now
+    const std::uintmax_t size = entry->file_size(gone);
+    if (!gone) {
+      bytes += size;
+      ++files;
+    }
+    entry.increment(error);
+  }
+  bytes_ = bytes;
+  files_ = files;
 }
 
 }  // namespace TAVU::collector

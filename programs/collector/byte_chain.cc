@@ -18,16 +18,21 @@ ByteChain::~ByteChain() {
 
 std::span<std::byte> ByteChain::Room() {
   if (blocks_.empty() || blocks_.back().end == blocks_.back().capacity) {
-    const std::size_t capacity =
-        blocks_.empty() ? kFirstBlock : std::min(blocks_.back().capacity * 2, kLargestBlock);
-    blocks_.push_back({std::make_unique_for_overwrite<std::byte[]>(capacity), capacity});
-    if (!budget_.Take(capacity)) {
-      blocks_.pop_back();
-      return {};
+    const std::size_t capacity = NextBlock();
+    if (!budget_.Take(capacity)) return {};
+    try {
+      blocks_.push_back({std::make_unique_for_overwrite<std::byte[]>(capacity), capacity});
+    } catch (...) {
+      budget_.Return(capacity);
+      throw;
     }
   }
   Block& last = blocks_.back();
   return {last.bytes.get() + last.end, last.capacity - last.end};
+}
+
+std::size_t ByteChain::NextBlock() const noexcept {
+  return blocks_.empty() ? kFirstBlock : std::min(blocks_.back().capacity * 2, kLargestBlock);
 }
 
 void ByteChain::Commit(std::size_t count) noexcept {

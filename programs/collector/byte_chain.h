@@ -23,6 +23,8 @@ class ByteChain {
   // up.
   [[nodiscard]] std::span<std::byte> Room();
   void Commit(std::size_t count) noexcept;
+  // What Room takes from the budget when the last block is full.
+  [[nodiscard]] std::size_t NextBlock() const noexcept;
   // Copies as many of `bytes` as the budget allows; returns how many.
   [[nodiscard]] std::size_t Append(std::span<const std::byte> bytes);
 

@@ -1,9 +1,8 @@
 #include "intake.h"
 
-#include <algorithm>
+#include <asio/executor_work_guard.hpp>
 #include <asio/post.hpp>
 #include <new>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -14,184 +13,156 @@
 namespace TAVU::collector {
 namespace {
 
-// Above this many bytes a request waits in the queue of the large ones.
-constexpr std::size_t kLargeRequest = AttachmentKeeper::kPiece;
+// Above this many bytes a request goes to the keeper as it came.
+constexpr std::size_t kLargeRequest = std::size_t{16} * 1024;
 
-// A call with more is kept without the rest of them, so that no peer fills the store with files of
-// a few bytes.
-constexpr std::size_t kMostAttachments = 100;
-
-// Notes what has to be kept. The line that it is asked for is thrown away.
-class CollectingSink final : public AttachmentSink {
- public:
-  [[nodiscard]] Json Take(Attachment attachment) override {
-    if (attachments.size() == kMostAttachments) {
-      too_many = true;
-      return nullptr;
-    }
-    const auto same = std::count_if(attachments.begin(), attachments.end(),
-                                    [&attachment](const Attachment& other) {
-                                      return other.suffix.ends_with(attachment.suffix);
-                                    });
-    if (same > 0) attachment.suffix = std::to_string(same + 1) + '-' + attachment.suffix;
-    attachments.push_back(std::move(attachment));
-    return nullptr;
-  }
-
-  std::vector<Attachment> attachments;
-  bool too_many = false;
-};
-
-// Tells what has become of them, in the order in which they were noted.
-class ReportingSink final : public AttachmentSink {
- public:
-  explicit ReportingSink(const std::vector<KeptAttachment>& kept) : kept_(kept) {}
-
-  [[nodiscard]] Json Take(Attachment attachment) override {
-    Json json;
-    if (next_ == kept_.size()) {
-      json["size"] = attachment.bytes.size();
-      json["error"] = "too many attachments in one call";
-      return json;
-    }
-    const KeptAttachment& kept = kept_[next_++];
-    if (kept.name) json["name"] = *kept.name;
-    json["size"] = kept.size;
-    json["sha256"] = kept.sha256;
-    if (!kept.error.empty()) json["error"] = kept.error;
-    return json;
-  }
-
- private:
-  const std::vector<KeptAttachment>& kept_;
-  std::size_t next_ = 0;
-};
+// Small requests with attachments that may wait for the keeper. Decoded, they take many times the
+// bytes that they came in, which nobody has counted.
+constexpr std::size_t kMostDecoded = 256;
 
 }  // namespace
 
-// One decoded call on its way to its line.
+// One call on its way to its line.
 class Intake::Work {
  public:
-  Work(CallFacts facts, lumo::Value argument, AttachmentStore& store)
-      : facts_(std::move(facts)), argument_(std::move(argument)), store_(store) {
-    line_ = DescribeCall(facts_, argument_, found_);
-    if (!found_.attachments.empty()) name_ = store_.NameRecord(facts_.time);
-  }
-
-  // Keeps the next piece of an attachment. True when there is nothing left to keep.
-  [[nodiscard]] bool Step() {
-    if (!keeper_) {
-      if (kept_.size() == found_.attachments.size()) return true;
-      keeper_.emplace(store_, name_, found_.attachments[kept_.size()]);
+  Work(const Request& request, AttachmentStore& store)
+      : store_(store), facts_{UtcNow(), request.transport, request.peer, {}} {
+    try {
+      QTC::Message message;
+      ByteChainReader reader(*request.bytes, request.size);
+      if (!QTC::ReadRequest(reader, message, argument_)) {
+        problem_ = "values that cannot be decoded";
+        return;
+      }
+      facts_.service = std::move(message.method);
+      described_ = DescribeCall(facts_, argument_);
+      decoded_ = true;
+    } catch (const std::bad_alloc&) {
+      RunOutOfMemory();
     }
-    if (keeper_->Step()) {
-      kept_.push_back(keeper_->Finish());
-      keeper_.reset();
+  }
+
+  [[nodiscard]] bool has_attachments() const noexcept { return !described_.slots.empty(); }
+
+  // Keeps the attachments and finishes the line.
+  void Keep() {
+    if (!decoded_ || !has_attachments()) return;
+    try {
+      const std::string name = store_.NameRecord(facts_.time);
+      std::vector<KeptAttachment> kept;
+      for (const AttachmentSlot& slot : described_.slots) {
+        kept.push_back(store_.Keep(name, slot.attachment));
+        if (!kept.back().error.empty()) problem_ = "attachment not stored: " + kept.back().error;
+      }
+      described_.line = FinishLine(described_, kept);
+    } catch (const std::bad_alloc&) {
+      RunOutOfMemory();
     }
-    return false;
   }
 
-  [[nodiscard]] Json Line() {
-    if (found_.attachments.empty()) return std::move(line_);
-    ReportingSink report(kept_);
-    return DescribeCall(facts_, argument_, report);
+  // What there is to tell the operator; empty when all is well.
+  [[nodiscard]] const std::string& problem() const noexcept { return problem_; }
+  // What became of the request, if its line, when there is one, gets printed.
+  [[nodiscard]] Outcome outcome() const noexcept {
+    if (out_of_memory_) return Outcome::kNotKept;
+    if (!decoded_) return Outcome::kRefused;
+    return problem_.empty() ? Outcome::kKept : Outcome::kNotKept;
   }
-
-  // Why not everything was kept; empty when it was.
-  [[nodiscard]] std::string Complaint() const {
-    if (found_.too_many) return "attachments not kept: too many in one call";
-    for (const KeptAttachment& kept : kept_) {
-      if (!kept.error.empty()) return "attachment not stored: " + kept.error;
-    }
-    return {};
-  }
-
-  [[nodiscard]] const CallFacts& facts() const noexcept { return facts_; }
+  [[nodiscard]] bool has_line() const noexcept { return decoded_ && !out_of_memory_; }
+  [[nodiscard]] std::string TakeLine() noexcept { return std::move(described_.line); }
 
  private:
+  void RunOutOfMemory() {
+    out_of_memory_ = true;
+    problem_ = "not enough memory for this request";
+  }
+
+  AttachmentStore& store_;
   CallFacts facts_;
   lumo::Value argument_;
-  AttachmentStore& store_;
-  CollectingSink found_;
-  Json line_;
-  std::string name_;
-  std::vector<KeptAttachment> kept_;
-  std::optional<AttachmentKeeper> keeper_;
+  DescribedCall described_;
+  std::string problem_;
+  bool decoded_ = false;
+  bool out_of_memory_ = false;
 };
 
 Intake::Intake(asio::io_context& context, AttachmentStore& store, LineOutput& output,
-               std::uint64_t count, std::function<void()> on_enough)
+               Metrics& metrics, std::uint64_t count, std::function<void()> on_enough)
     : context_(context),
       store_(store),
       output_(output),
+      metrics_(metrics),
       count_(count),
-      on_enough_(std::move(on_enough)) {}
+      on_enough_(std::move(on_enough)) {
+  output_.set_on_room([this] { KeepNext(); });
+}
 
-Intake::~Intake() = default;
+Intake::~Intake() {
+  keeper_.join();
+}
 
 void Intake::Take(Request request, Completion completion) {
-  if (ended_) return completion(Outcome::kEnded);
-  if (request.size > kLargeRequest) {
-    large_.push_back({std::move(request), std::move(completion), nullptr});
-    if (large_.size() == 1) ScheduleLargeRequest();
-    return;
+  Waiting waiting{std::move(request), std::move(completion), nullptr};
+  if (waiting.request.size > kLargeRequest || output_.congested()) {
+    return Enqueue(std::move(waiting));
   }
-  std::unique_ptr<Work> work;
-  std::optional<Outcome> outcome;
-  while (!outcome) outcome = DoPiece(request, work);
-  completion(*outcome);
+  if (ended()) return End(waiting.completion, Outcome::kEnded);
+  waiting.work = std::make_unique<Work>(waiting.request, store_);
+  if (!waiting.work->has_attachments()) return Print(std::move(waiting));
+  if (decoded_in_queue_ == kMostDecoded) {
+    ExplainPeer(Topic::kNotKept, waiting.request.transport, waiting.request.peer,
+                "too many attachments wait to be stored");
+    return End(waiting.completion, Outcome::kNotKept);
+  }
+  ++decoded_in_queue_;
+  Enqueue(std::move(waiting));
 }
 
-std::optional<Outcome> Intake::DoPiece(const Request& request, std::unique_ptr<Work>& work) {
-  if (ended_) return Outcome::kEnded;
-  try {
-    if (!work) {
-      work = Begin(request);
-      return work ? std::nullopt : std::optional(Outcome::kRefused);
+void Intake::Enqueue(Waiting waiting) {
+  queue_.push_back(std::move(waiting));
+  KeepNext();
+}
+
+void Intake::KeepNext() {
+  if (keeper_busy_ || queue_.empty() || output_.congested()) return;
+  keeper_busy_ = true;
+  const auto waiting = std::make_shared<Waiting>(std::move(queue_.front()));
+  queue_.pop_front();
+  if (waiting->work) --decoded_in_queue_;
+  asio::post(keeper_, [this, waiting, too_late = ended(), work = asio::make_work_guard(context_)] {
+    if (!too_late) {
+      if (!waiting->work) waiting->work = std::make_unique<Work>(waiting->request, store_);
+      waiting->work->Keep();
     }
-    return work->Step() ? std::optional(End(*work)) : std::nullopt;
-  } catch (const std::bad_alloc&) {
-    ExplainPeer(request.transport, request.peer, "not enough memory for this request");
-    return Outcome::kNotKept;
+    asio::post(context_, [this, waiting] {
+      keeper_busy_ = false;
+      Print(std::move(*waiting));
+      KeepNext();
+    });
+  });
+}
+
+void Intake::Print(Waiting waiting) {
+  if (ended()) return End(waiting.completion, Outcome::kEnded);
+  const std::unique_ptr<Work> work = std::move(waiting.work);
+  if (!work->problem().empty()) {
+    const Topic topic = work->outcome() == Outcome::kRefused ? Topic::kBadRequest : Topic::kNotKept;
+    ExplainPeer(topic, waiting.request.transport, waiting.request.peer, work->problem());
   }
+  const Outcome outcome = work->outcome();
+  if (!work->has_line()) return End(waiting.completion, outcome);
+  ++printing_;
+  output_.Print(work->TakeLine(), work->has_attachments(),
+                [this, outcome, completion = std::move(waiting.completion)](bool printed) {
+                  if (!printed) --printing_;
+                  End(completion, printed ? outcome : Outcome::kNotKept);
+                  if (printed && ++printed_ == count_) on_enough_();
+                });
 }
 
-std::unique_ptr<Intake::Work> Intake::Begin(const Request& request) {
-  CallFacts facts{UtcNow(), request.transport, request.peer, {}};
-  QTC::Message message;
-  lumo::Value argument;
-  ByteChainReader reader(*request.bytes, request.size);
-  if (!QTC::ReadRequest(reader, message, argument)) {
-    ExplainPeer(request.transport, request.peer, "values that cannot be decoded");
-    return nullptr;
-  }
-  facts.service = std::move(message.method);
-  return std::make_unique<Work>(std::move(facts), std::move(argument), store_);
-}
-
-Outcome Intake::End(Work& work) {
-  const std::string complaint = work.Complaint();
-  if (!complaint.empty()) ExplainPeer(work.facts().transport, work.facts().peer, complaint);
-  if (!output_.Print(work.Line())) return Outcome::kNotKept;
-  if (++printed_ == count_) {
-    ended_ = true;
-    on_enough_();
-  }
-  return complaint.empty() ? Outcome::kKept : Outcome::kNotKept;
-}
-
-void Intake::ScheduleLargeRequest() {
-  asio::post(context_, [this] { DoLargeRequest(); });
-}
-
-void Intake::DoLargeRequest() {
-  Waiting& first = large_.front();
-  const std::optional<Outcome> outcome = DoPiece(first.request, first.work);
-  if (!outcome) return ScheduleLargeRequest();
-  const Completion completion = std::move(first.completion);
-  large_.pop_front();
-  if (!large_.empty()) ScheduleLargeRequest();
-  completion(*outcome);
+void Intake::End(const Completion& completion, Outcome outcome) {
+  metrics_.Count(outcome);
+  completion(outcome);
 }
 
 }  // namespace TAVU::collector

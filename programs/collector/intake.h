@@ -2,49 +2,49 @@
 #pragma once
 
 #include <asio/io_context.hpp>
+#include <asio/thread_pool.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include "attachment_store.h"
 #include "byte_chain.h"
 #include "line_output.h"
+#include "metrics.h"
+#include "outcome.h"
 
 namespace TAVU::collector {
 
-enum class Outcome : std::uint8_t {
-  kKept,     // printed, attachments stored
-  kNotKept,  // a part of it could not be; explained
-  kRefused,  // no call after all; explained
-  kEnded,    // not looked at: the collector has all the records that it was asked for
-};
-
-// Small requests are done on the spot. Large ones queue up and are done one at a time and piece by
-// piece, so that the peers with small ones need not wait for them. Used by the one thread that runs
-// the io_context.
+// Small requests are done on the spot. Large ones, and what has attachments, queue up for a thread
+// of its own, the keeper, which decodes, measures and stores one after the other, so that the peers
+// with small ones need not wait for them. While the output is congested all queue up, undecoded.
+//
+// Used by the one thread that runs the io_context; destroyed after that has run out of work.
 class Intake {
  public:
   using Completion = std::function<void(Outcome)>;
 
   struct Request {
-    ByteChain* bytes;  // begins with the request; alive until the completion is called
+    ByteChain* bytes;  // begins with the request; alive until the completion is called, and not
+                       // touched until then
     std::size_t size;
     std::string_view transport;  // static
     std::string peer;
   };
 
   // After `count` records `on_enough` is called, once; 0: never.
-  Intake(asio::io_context& context, AttachmentStore& store, LineOutput& output, std::uint64_t count,
-         std::function<void()> on_enough);
+  Intake(asio::io_context& context, AttachmentStore& store, LineOutput& output, Metrics& metrics,
+         std::uint64_t count, std::function<void()> on_enough);
   ~Intake();
 
   // Drops the request's bytes from the chain. `completion` may be called before this returns.
   void Take(Request request, Completion completion);
+
+  [[nodiscard]] std::size_t queue_length() const noexcept { return queue_.size(); }
 
  private:
   class Work;
@@ -52,24 +52,28 @@ class Intake {
   struct Waiting {
     Request request;
     Completion completion;
-    std::unique_ptr<Work> work;  // of the first one in the queue, once begun
+    std::unique_ptr<Work> work;  // null until the request is decoded
   };
 
-  [[nodiscard]] std::unique_ptr<Work> Begin(const Request& request);
-  [[nodiscard]] Outcome End(Work& work);
-  // Nothing as long as there is more to do.
-  [[nodiscard]] std::optional<Outcome> DoPiece(const Request& request, std::unique_ptr<Work>& work);
-  void ScheduleLargeRequest();
-  void DoLargeRequest();
+  void Enqueue(Waiting waiting);
+  void KeepNext();
+  void Print(Waiting waiting);
+  void End(const Completion& completion, Outcome outcome);
+  // Whether all the records that were asked for are printed, or about to be.
+  [[nodiscard]] bool ended() const noexcept { return count_ != 0 && printing_ >= count_; }
 
   asio::io_context& context_;
   AttachmentStore& store_;
   LineOutput& output_;
-  std::uint64_t count_;
+  Metrics& metrics_;
+  const std::uint64_t count_;
+  std::uint64_t printing_ = 0;  // records printed, or about to be
   std::uint64_t printed_ = 0;
-  bool ended_ = false;
   std::function<void()> on_enough_;
-  std::deque<Waiting> large_;
+  std::deque<Waiting> queue_;
+  std::size_t decoded_in_queue_ = 0;
+  bool keeper_busy_ = false;
+  asio::thread_pool keeper_{1};
 };
 
 }  // namespace TAVU::collector

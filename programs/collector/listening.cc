@@ -43,26 +43,46 @@ std::optional<udp::socket> ListenUdp(asio::io_context& context, const udp::endpo
   return socket;
 }
 
+std::optional<asio::ip::address> AddressFrom(const std::string& host) {
+  std::error_code error;
+  const asio::ip::address address = asio::ip::make_address(host, error);
+  if (!error) return address;
+  Explain(Topic::kService, host + " is no address");
+  return std::nullopt;
+}
+
+void ExplainFailure(const std::string& host, std::uint16_t port, const std::error_code& error) {
+  Explain(Topic::kService,
+          "cannot listen on " + host + " port " + std::to_string(port) + ": " + error.message());
+}
+
 }  // namespace
 
 std::optional<ListeningSockets> Listen(asio::io_context& context, const std::string& host,
                                        std::uint16_t port) {
+  const std::optional<asio::ip::address> address = AddressFrom(host);
+  if (!address) return std::nullopt;
   std::error_code error;
-  const asio::ip::address address = asio::ip::make_address(host, error);
-  if (error) {
-    Explain("--host " + host + " is no address");
-    return std::nullopt;
-  }
   for (int attempt = 0; attempt < kPortAttempts; ++attempt) {
-    auto acceptor = ListenTcp(context, tcp::endpoint(address, port), error);
+    auto acceptor = ListenTcp(context, tcp::endpoint(*address, port), error);
     if (!acceptor) break;
     const std::uint16_t tcp_port = acceptor->local_endpoint().port();
-    auto datagrams = ListenUdp(context, udp::endpoint(address, tcp_port), error);
+    auto datagrams = ListenUdp(context, udp::endpoint(*address, tcp_port), error);
     if (datagrams) return ListeningSockets{std::move(*acceptor), std::move(*datagrams)};
     if (port != 0) break;
   }
-  Explain("cannot listen on " + host + " port " + std::to_string(port) + ": " + error.message());
+  ExplainFailure(host, port, error);
   return std::nullopt;
+}
+
+std::optional<tcp::acceptor> ListenTcp(asio::io_context& context, const std::string& host,
+                                       std::uint16_t port) {
+  const std::optional<asio::ip::address> address = AddressFrom(host);
+  if (!address) return std::nullopt;
+  std::error_code error;
+  auto acceptor = ListenTcp(context, tcp::endpoint(*address, port), error);
+  if (!acceptor) ExplainFailure(host, port, error);
+  return acceptor;
 }
 
 }  // namespace TAVU::collector

@@ -20,4 +20,9 @@ struct ListeningSockets {
 [[nodiscard]] std::optional<ListeningSockets> Listen(asio::io_context& context,
                                                      const std::string& host, std::uint16_t port);
 
+// One for TCP alone, likewise.
+[[nodiscard]] std::optional<asio::ip::tcp::acceptor> ListenTcp(asio::io_context& context,
+                                                               const std::string& host,
+                                                               std::uint16_t port);
+
 }  // namespace TAVU::collector

@@ -1,12 +1,13 @@
 // tavu_collector: receives what TAVU sends and prints it as JSON Lines. See README.md.
 
+#include <algorithm>
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
 #include <csignal>
 #include <cstdio>
 #include <exception>
-#include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,6 +19,8 @@
 #include "lumo/codec/memory_writer.h"
 #include "lumo/value/value.h"
 #include "memory_budget.h"
+#include "metrics.h"
+#include "metrics_server.h"
 #include "net/wire/exchange.h"
 #include "options.h"
 #include "platform.h"
@@ -54,9 +57,29 @@ std::string FaultReply(std::int32_t code, std::string_view message) {
   return BytesOf(writer);
 }
 
+// Descriptors for everything but peers: ports, output, attachments, the metrics' peers.
+constexpr std::size_t kOtherDescriptors = 64;
+
+std::size_t MostConnections(const Options& options) {
+  const std::size_t limit = ConnectionLimit();
+  const std::size_t possible =
+      limit > 2 * kOtherDescriptors ? limit - kOtherDescriptors : limit / 2;
+  return options.max_connections == 0 ? possible : std::min(options.max_connections, possible);
+}
+
 TcpSettings TcpSettingsFrom(const Options& options) {
-  TcpSettings settings{options.max_request, options.idle_timeout, SuccessReply(),
-                       FaultReply(kNotKeptCode, kNotKeptMessage)};
+  TcpSettings settings{
+      .max_request = options.max_request,
+      .idle_timeout = options.idle_timeout,
+      .request_time = options.request_time,
+      .least_rate = options.least_rate,
+      .most_connections = MostConnections(options),
+      .most_connections_of_address = options.address_connections,
+      .most_memory_of_address = options.address_memory,
+      .balancers = options.balancers,
+      .success_reply = SuccessReply(),
+      .failure_reply = FaultReply(kNotKeptCode, kNotKeptMessage),
+  };
   if (options.fault) {
     settings.success_reply = FaultReply(options.fault->code, options.fault->message);
     settings.failure_reply = settings.success_reply;
@@ -68,24 +91,42 @@ TcpSettings TcpSettingsFrom(const Options& options) {
 class Collector {
  public:
   Collector(asio::io_context& context, ListeningSockets sockets, const Options& options)
-      : store_(options.store),
-        output_([this] { StopWith(kExitFailure); }),
+      : store_(options.store, options.store_limits, options.durable),
+        output_(context, store_, options.output, options.durable,
+                [this] { StopWith(kExitFailure); }),
         budget_(options.max_memory),
-        intake_(context, store_, output_, options.count, [this] { StopWith(0); }),
-        tcp_(context, std::move(sockets.acceptor), intake_, budget_, TcpSettingsFrom(options)),
-        udp_(context, std::move(sockets.datagrams), intake_, options.max_request),
-        signals_(context, SIGINT, SIGTERM) {}
+        intake_(context, store_, output_, metrics_, options.count, [this] { StopWith(0); }),
+        tcp_(context, std::move(sockets.acceptor), intake_, budget_, metrics_,
+             TcpSettingsFrom(options)),
+        udp_(context, std::move(sockets.datagrams), intake_, metrics_, options.max_request),
+        signals_(context, SIGINT, SIGTERM),
+        reopen_signal_(context) {}
 
-  void Start() {
-    const std::string complaint = store_.Prepare();
-    if (!complaint.empty()) {
-      Explain("--store: " + complaint + "; attachments are lost until this is mended");
+  // False, with an explanation, when the output cannot be had.
+  [[nodiscard]] bool Start() {
+    if (const std::error_code error = output_.Open()) {
+      Explain(Topic::kService, "--output: " + error.message());
+      return false;
     }
     signals_.async_wait([this](const std::error_code& cancelled, int) {
       if (!cancelled) StopWith(0);
     });
+    WatchReopenSignal();
     tcp_.Start();
     udp_.Start();
+    return true;
+  }
+
+  void PrepareStore() {
+    const std::string complaint = store_.Prepare();
+    if (complaint.empty()) return;
+    Explain(Topic::kService,
+            "--store: " + complaint + "; attachments are lost until this is mended");
+  }
+
+  void ServeMetrics(asio::ip::tcp::acceptor acceptor) {
+    metrics_server_.emplace(std::move(acceptor), [this] { return DescribeMetrics(); });
+    metrics_server_->Start();
   }
 
   [[nodiscard]] int exit_code() const noexcept { return exit_code_; }
@@ -97,20 +138,50 @@ class Collector {
     if (stopped_) return;
     stopped_ = true;
     exit_code_ = exit_code;
+    NotifyServiceManager("STOPPING=1");
     tcp_.Stop();
     udp_.Stop();
+    output_.Stop();
+    if (metrics_server_) metrics_server_->Stop();
     std::error_code ignored;  // then the further Ctrl-C does nothing
     signals_.cancel(ignored);
     signals_.clear(ignored);
+    reopen_signal_.cancel(ignored);
   }
 
+  void WatchReopenSignal() {
+#ifdef SIGHUP
+    std::error_code ignored;  // then the signal ends the process, as it does by itself
+    reopen_signal_.add(SIGHUP, ignored);
+    reopen_signal_.async_wait([this](const std::error_code& cancelled, int) {
+      if (cancelled) return;
+      output_.Reopen();
+      WatchReopenSignal();
+    });
+#endif
+  }
+
+  [[nodiscard]] std::string DescribeMetrics() const {
+    return MetricsText(metrics_, {.connections = tcp_.connections(),
+                                  .tcp_memory = budget_.used(),
+                                  .udp_memory = udp_.memory(),
+                                  .queue_length = intake_.queue_length(),
+                                  .output_bytes = output_.waiting_bytes(),
+                                  .store_bytes = store_.bytes(),
+                                  .store_files = store_.files(),
+                                  .lines_left_out = LinesLeftOut()});
+  }
+
+  Metrics metrics_;
   AttachmentStore store_;
   LineOutput output_;
   MemoryBudget budget_;
   Intake intake_;
   TcpServer tcp_;
   UdpReceiver udp_;
+  std::optional<MetricsServer> metrics_server_;
   asio::signal_set signals_;
+  asio::signal_set reopen_signal_;
   bool stopped_ = false;
   int exit_code_ = 0;
 };
@@ -122,7 +193,7 @@ void Run(asio::io_context& context) {
       return;
     } catch (const std::bad_alloc&) {
       // Costs the peer that needed the memory its connection, and nobody else anything.
-      Explain("not enough memory: a connection is given up");
+      Explain(Topic::kConnections, "not enough memory: a connection is given up");
     }
   }
 }
@@ -137,14 +208,22 @@ int Main(int argc, char** argv) {
   asio::io_context context(1);
   std::optional<ListeningSockets> sockets = Listen(context, options->host, options->port);
   if (!sockets) return kExitFailure;
+  std::optional<asio::ip::tcp::acceptor> metrics;
+  if (options->metrics_port) {
+    metrics = ListenTcp(context, options->metrics_host, *options->metrics_port);
+    if (!metrics) return kExitFailure;
+  }
   // The one line that scripts read, too.
-  const std::string listening = "listening on " + options->host + " tcp " +
-                                std::to_string(sockets->acceptor.local_endpoint().port()) +
-                                " udp " +
-                                std::to_string(sockets->datagrams.local_endpoint().port());
+  std::string listening = "listening on " + options->host + " tcp " +
+                          std::to_string(sockets->acceptor.local_endpoint().port()) + " udp " +
+                          std::to_string(sockets->datagrams.local_endpoint().port());
+  if (metrics) listening += " metrics " + std::to_string(metrics->local_endpoint().port());
   Collector collector(context, std::move(*sockets), *options);
-  collector.Start();
-  Explain(listening);
+  if (!collector.Start()) return kExitFailure;
+  if (metrics) collector.ServeMetrics(std::move(*metrics));
+  Explain(Topic::kService, listening);
+  collector.PrepareStore();
+  NotifyServiceManager("READY=1");
   Run(context);
   return collector.exit_code();
 }

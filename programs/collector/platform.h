@@ -19,7 +19,7 @@ namespace TAVU::collector {
 
 // Before anything else: standard output takes bytes as they are, in UTF-8 where it matters; a
 // reader of it that is gone shows as an error of writing instead of ending the process, and so does
-// a limit on the size of files.
+// a limit on the size of files; files that are made are for our own user alone.
 void PrepareProcess() noexcept;
 
 // Lets the process have as many open connections as it may ask for.
@@ -28,8 +28,21 @@ void RaiseConnectionLimit() noexcept;
 // The command line's arguments in UTF-8, without the program's name.
 [[nodiscard]] std::vector<std::string> ArgumentsInUtf8(int argc, char** argv);
 
-// Writes to standard output until all is written or an error comes; `written` counts the bytes.
-[[nodiscard]] std::error_code WriteStandardOutput(std::string_view text, std::size_t& written);
+// Writes a line to standard error if that can be done without waiting, as far as the system tells.
+// False when it was not written.
+bool WriteStandardError(std::string_view line) noexcept;
+
+// Return when file, or folder with the names in it, would outlast a power failure. Windows keeps
+// names by itself.
+[[nodiscard]] std::error_code SyncFile(std::FILE* file) noexcept;
+[[nodiscard]] std::error_code SyncFolder(const std::filesystem::path& folder) noexcept;
+
+// Tells the service manager that started the process, if one did and wants to know: READY=1 and the
+// like, as systemd has it.
+void NotifyServiceManager(std::string_view state) noexcept;
+
+// How many connections the process may have open.
+[[nodiscard]] std::size_t ConnectionLimit() noexcept;
 
 // Makes the file, which must not exist, and opens it for writing bytes. Null with `error` set.
 [[nodiscard]] std::FILE* CreateNewFile(const std::filesystem::path& path, std::error_code& error);

@@ -1,9 +1,17 @@
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
 
 #include "platform.h"
 
@@ -12,6 +20,7 @@ namespace TAVU::collector {
 void PrepareProcess() noexcept {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
+  ::umask(077);
 }
 
 void RaiseConnectionLimit() noexcept {
@@ -26,21 +35,48 @@ std::vector<std::string> ArgumentsInUtf8(int argc, char** argv) {
   return {argv + (argc > 0 ? 1 : 0), argv + argc};
 }
 
-std::error_code WriteStandardOutput(std::string_view text, std::size_t& written) {
-  written = 0;
-  while (written < text.size()) {
-    const ssize_t count = ::write(STDOUT_FILENO, text.data() + written, text.size() - written);
-    if (count >= 0) {
-      written += static_cast<std::size_t>(count);
-    } else if (errno == EAGAIN) {
-      // Whoever shares the descriptor made it non-blocking: wait here instead.
-      pollfd output{STDOUT_FILENO, POLLOUT, 0};
-      if (::poll(&output, 1, -1) < 0 && errno != EINTR) return LastError();
-    } else if (errno != EINTR) {
-      return LastError();
-    }
-  }
-  return {};
+bool WriteStandardError(std::string_view line) noexcept {
+  // As much as a pipe that polls writable takes without waiting.
+  line = line.substr(0, PIPE_BUF);
+  pollfd room{STDERR_FILENO, POLLOUT, 0};
+  if (::poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0) return false;
+  return ::write(STDERR_FILENO, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+}
+
+std::error_code SyncFile(std::FILE* file) noexcept {
+  return ::fsync(::fileno(file)) == 0 ? std::error_code() : LastError();
+}
+
+std::error_code SyncFolder(const std::filesystem::path& folder) noexcept {
+  const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return LastError();
+  const std::error_code error = ::fsync(descriptor) == 0 ? std::error_code() : LastError();
+  ::close(descriptor);
+  return error;
+}
+
+void NotifyServiceManager(std::string_view state) noexcept {
+  const char* name = std::getenv("NOTIFY_SOCKET");
+  if (name == nullptr) return;
+  sockaddr_un manager{};
+  manager.sun_family = AF_UNIX;
+  const std::size_t size = std::strlen(name);
+  if (size == 0 || size >= sizeof manager.sun_path) return;
+  std::memcpy(manager.sun_path, name, size);
+  if (name[0] == '@') manager.sun_path[0] = '\0';  // in the abstract name space
+  const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (socket < 0) return;
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + size);
+  // A manager that does not listen ends the service by its own time-out.
+  static_cast<void>(::sendto(socket, state.data(), state.size(), MSG_NOSIGNAL,
+                             reinterpret_cast<const sockaddr*>(&manager), length));
+  ::close(socket);
+}
+
+std::size_t ConnectionLimit() noexcept {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return 1024;
+  return static_cast<std::size_t>(limit.rlim_cur);
 }
 
 std::FILE* CreateNewFile(const std::filesystem::path& path, std::error_code& error) {

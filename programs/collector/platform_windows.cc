@@ -5,7 +5,6 @@
 #include <shellapi.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -15,7 +14,7 @@ namespace TAVU::collector {
 namespace {
 
 constexpr int kStandardOutput = 1;
-constexpr std::size_t kLargestWrite = 1 << 20;
+constexpr int kStandardError = 2;
 
 std::string ToUtf8(const wchar_t* text) {
   const int size = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
@@ -49,16 +48,23 @@ std::vector<std::string> ArgumentsInUtf8(int argc, char** argv) {
   return arguments;
 }
 
-std::error_code WriteStandardOutput(std::string_view text, std::size_t& written) {
-  written = 0;
-  while (written < text.size()) {
-    const auto size = static_cast<unsigned>(std::min(text.size() - written, kLargestWrite));
-    const int count = _write(kStandardOutput, text.data() + written, size);
-    if (count < 0) return LastError();
-    if (count == 0) return std::make_error_code(std::errc::no_space_on_device);
-    written += static_cast<std::size_t>(count);
-  }
+bool WriteStandardError(std::string_view line) noexcept {
+  const auto size = static_cast<unsigned>(line.size());
+  return _write(kStandardError, line.data(), size) == static_cast<int>(size);
+}
+
+std::error_code SyncFile(std::FILE* file) noexcept {
+  return _commit(_fileno(file)) == 0 ? std::error_code() : LastError();
+}
+
+std::error_code SyncFolder(const std::filesystem::path&) noexcept {
   return {};
+}
+
+void NotifyServiceManager(std::string_view) noexcept {}
+
+std::size_t ConnectionLimit() noexcept {
+  return 16384;  // memory is the only limit of the system
 }
 
 std::FILE* CreateNewFile(const std::filesystem::path& path, std::error_code& error) {

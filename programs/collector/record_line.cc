@@ -4,8 +4,11 @@
 #include <charconv>
 #include <iterator>
 #include <optional>
+#include <utility>
 
+#include "line_values.h"
 #include "lumo/value/map.h"
+#include "utf8.h"
 
 namespace TAVU::collector {
 namespace {
@@ -49,6 +52,7 @@ constexpr struct Field {
   const char* name;
   const char* file_suffix = "";
 } kFields[] = {
+    {kKindKey, Form::kText, kAnyKind, "kind_code"},
     {3, Form::kNumber, kAnyKind, "level"},
     {kLogTypeKey, Form::kEncodedText, kAnyKind, "log_type"},
     {8, Form::kEncodedText, kAnyKind, "message"},
@@ -93,71 +97,80 @@ RecordKind KindOf(const lumo::Map& record) {
   return found->kind == RecordKind::kFile && crash ? RecordKind::kCrash : found->kind;
 }
 
-// A number, if that is what the text is: printed, it gives the same text again.
-Json NumberOrText(std::string_view text) {
+// Whether the text is a number that, printed, gives the same text again.
+bool IsPlainNumber(std::string_view text) {
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error == std::errc() && end == text.data() + text.size() && std::to_string(number) == text) {
-    return number;
-  }
-  return text;
+  return error == std::errc() && end == text.data() + text.size() && std::to_string(number) == text;
 }
 
 // Puts the fields of one record into its line.
 class RecordWriter {
  public:
-  RecordWriter(Json& line, AttachmentSink& attachments) : line_(line), attachments_(attachments) {}
+  RecordWriter(JsonText& line, LineValues& values, std::vector<AttachmentSlot>& slots)
+      : line_(line), values_(values), slots_(slots) {}
 
   void Put(const Field& field, const Value& value) {
     if (!IsBytes(value)) {
-      line_[field.name] = ToJson(value, attachments_);
-      return;
+      line_.Key(field.name);
+      return values_.Put(value);
     }
     switch (field.form) {
       case Form::kNumber:
-        line_[field.name] = NumberOrText(CutText(value.text(), kLongestText));
-        return;
+        line_.Key(field.name);
+        if (IsPlainNumber(value.text())) return line_.Word(value.text());
+        return PutText(field, value, value.text());
       case Form::kText:
-        return PutText(field.name, value, value.text());
+        line_.Key(field.name);
+        return PutText(field, value, value.text());
       case Form::kEncodedText:
-        return PutText(field.name, value, PercentDecode(value.text()));
+        line_.Key(field.name);
+        return PutText(field, value, PercentDecode(value.text()));
       case Form::kReadableFile:
-        if (IsUtf8(value.text())) line_[field.name] = CutText(value.text(), kLongestText);
-        return PutFile(field.name, value, field.file_suffix);
+        if (IsUtf8(value.text())) {
+          line_.Key(field.name);
+          static_cast<void>(values_.PutText(CutText(value.text(), kLongestText)));
+        }
+        return PutFile(field, value, field.file_suffix);
       case Form::kFile:
-        return PutFile(field.name, value, field.file_suffix);
+        return PutFile(field, value, field.file_suffix);
     }
   }
 
-  // A field that no table knows keeps its number.
+  // The key stands in the line already. `shown` is the text of `value` in readable form; what is
+  // kept, when not all of it is in the line, is the text as it was sent.
+  void PutText(const Field& field, const Value& value, std::string_view shown) {
+    const bool whole = values_.PutText(CutText(shown, kLongestText));
+    if (whole && shown.size() <= kLongestText) return;
+    PutFile(field, value, "field-" + std::to_string(field.key) + ".txt");
+  }
+
+  // What a field that no table knows has to tell stands in the line under its number, and nowhere
+  // else: a peer cannot make files by making up fields.
   void PutUnknown(std::int32_t key, const Value& value) {
-    const std::string name = std::to_string(key);
-    if (value.type() == ValueType::kString) return PutText(name, value, value.text());
-    if (value.type() == ValueType::kBinary) return PutFile(name, value, "field-" + name + ".bin");
-    line_[name] = ToJson(value, attachments_);
+    line_.Key(std::to_string(key));
+    values_.Put(value);
   }
 
  private:
-  // `shown` is the text of `value` in readable form; what is kept is the text as it was sent.
-  void PutText(const std::string& name, const Value& value, std::string_view shown) {
-    line_[name] = CutText(shown, kLongestText);
-    if (shown.size() > kLongestText) PutFile(name, value, "field-" + name + ".txt");
+  void PutFile(const Field& field, const Value& value, std::string suffix) {
+    line_.Key(std::string(field.name) + "_file");
+    slots_.push_back({line_.size(), {&value, AttachmentForm::kContent, std::move(suffix)}});
+    line_.Null();
   }
 
-  void PutFile(const std::string& name, const Value& value, const std::string& suffix) {
-    line_[name + "_file"] = attachments_.Take({value.bytes(), suffix});
-  }
-
-  Json& line_;
-  AttachmentSink& attachments_;
+  JsonText& line_;
+  LineValues& values_;
+  std::vector<AttachmentSlot>& slots_;
 };
 
-void PutRecord(Json& line, const lumo::Map& record, AttachmentSink& attachments) {
+void PutRecord(JsonText& line, LineValues& values, const lumo::Map& record,
+               std::vector<AttachmentSlot>& slots) {
   const RecordKind kind = KindOf(record);
-  line["kind"] = kKindNames[static_cast<std::size_t>(kind)];
-  line["kind_code"] = CutText(record.Find(kKindKey)->value.text(), kLongestText);
+  line.Key("kind");
+  line.Text(kKindNames[static_cast<std::size_t>(kind)]);
 
-  RecordWriter writer(line, attachments);
+  RecordWriter writer(line, values, slots);
   const auto applies = [kind](const Field& field) {
     return !field.only_in || field.only_in == kind;
   };
@@ -170,11 +183,29 @@ void PutRecord(Json& line, const lumo::Map& record, AttachmentSink& attachments)
   }
   for (const lumo::Map::Node& entry : record) {
     const std::int32_t number = entry.key.int_value();
-    const bool known = number == kKindKey ||
-                       std::any_of(std::begin(kFields), std::end(kFields),
+    const bool known = std::any_of(std::begin(kFields), std::end(kFields),
                                    [number](const Field& field) { return field.key == number; });
     if (!known) writer.PutUnknown(number, entry.value);
   }
+}
+
+std::string DescribeAttachment(const KeptAttachment& kept) {
+  JsonText object;
+  object.BeginObject();
+  if (kept.name) {
+    object.Key("name");
+    object.Text(*kept.name);
+  }
+  object.Key("size");
+  object.Number(static_cast<std::int64_t>(kept.size));
+  object.Key("sha256");
+  object.Text(kept.sha256);
+  if (!kept.error.empty()) {
+    object.Key("error");
+    object.Text(kept.error);
+  }
+  object.EndObject();
+  return object.Take();
 }
 
 int HexDigit(char character) noexcept {
@@ -203,17 +234,45 @@ std::string PercentDecode(std::string_view text) {
   return decoded;
 }
 
-Json DescribeCall(const CallFacts& facts, const Value& argument, AttachmentSink& attachments) {
-  Json line;
-  line["time"] = *FormatUtc(facts.time);
-  line["transport"] = facts.transport;
-  line["peer"] = facts.peer;
-  line["service"] = facts.service;
+DescribedCall DescribeCall(const CallFacts& facts, const Value& argument) {
+  DescribedCall described;
+  JsonText line;
+  LineValues values(line);
+  line.BeginObject();
+  line.Key("time");
+  line.Text(*FormatUtc(facts.time));
+  line.Key("transport");
+  line.Text(facts.transport);
+  line.Key("peer");
+  line.Text(facts.peer);
+  line.Key("service");
+  line.Text(CutText(facts.service, kLongestText));
   if (IsRecord(argument)) {
-    PutRecord(line, argument.map(), attachments);
+    PutRecord(line, values, argument.map(), described.slots);
   } else {
-    line["argument"] = ToJson(argument, attachments);
+    line.Key("argument");
+    values.Put(argument);
   }
+  if (values.incomplete()) {
+    line.Key("argument_file");
+    described.slots.push_back({line.size(), {&argument, AttachmentForm::kEncoded, "argument.bin"}});
+    line.Null();
+  }
+  line.EndObject();
+  described.line = line.Take();
+  return described;
+}
+
+std::string FinishLine(const DescribedCall& described, std::span<const KeptAttachment> kept) {
+  constexpr std::string_view kPlaceholder = "null";
+  std::string line;
+  std::size_t position = 0;
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    line.append(described.line, position, described.slots[i].position - position);
+    line += DescribeAttachment(kept[i]);
+    position = described.slots[i].position + kPlaceholder.size();
+  }
+  line.append(described.line, position);
   return line;
 }
 

@@ -13,17 +13,43 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::string_view kUdp = "udp";
+constexpr std::string_view kNoMemory = "the memory for datagrams is used up";
 constexpr auto kSilenceCheck = 1s;
 constexpr auto kReceivePause = 100ms;
 
+// What an assembly takes in the two containers, besides itself.
+constexpr std::size_t kNodes = 192;
+
 }  // namespace
 
+UdpReceiver::Assembly::Assembly(const Endpoint& sender, std::size_t max_request,
+                                MemoryBudget& budget)
+    : peer(sender),
+      latest(Clock::now()),
+      scanner(max_request),
+      chain(std::make_shared<ByteChain>(budget)),
+      budget_(budget) {}
+
+UdpReceiver::Assembly::~Assembly() {
+  budget_.Return(charged_);
+}
+
+bool UdpReceiver::Assembly::ChargeItself() {
+  const std::size_t now = sizeof(Assembly) + kNodes + sizeof(ByteChain);
+  if (now > charged_) {
+    if (!budget_.Take(now - charged_)) return false;
+    charged_ = now;
+  }
+  return true;
+}
+
 UdpReceiver::UdpReceiver(asio::io_context& context, asio::ip::udp::socket socket, Intake& intake,
-                         std::size_t max_request)
+                         Metrics& metrics, std::size_t max_request)
     : socket_(std::move(socket)),
       silence_(context),
       retry_(context),
       intake_(intake),
+      metrics_(metrics),
       max_request_(std::min(max_request, kLargestRequest)) {}
 
 void UdpReceiver::Start() {
@@ -44,8 +70,9 @@ void UdpReceiver::Receive() {
       asio::buffer(datagram_), sender_, [this](const std::error_code& error, std::size_t size) {
         if (stopping_) return;
         if (error) {
-          if (!std::exchange(receive_fails_, true))
-            Explain("receiving datagrams: " + error.message());
+          if (!std::exchange(receive_fails_, true)) {
+            Explain(Topic::kService, "receiving datagrams: " + error.message());
+          }
           // Whatever it is, it must not keep the processor busy.
           retry_.expires_after(kReceivePause);
           retry_.async_wait([this](const std::error_code& cancelled) {
@@ -54,11 +81,13 @@ void UdpReceiver::Receive() {
           return;
         }
         receive_fails_ = false;
+        metrics_.udp_bytes += size;
         const Endpoint sender = sender_;
         try {
           TakeDatagram({datagram_.data(), size});
         } catch (const std::bad_alloc&) {
-          ExplainPeer(kUdp, EndpointText(sender), "not enough memory for this datagram");
+          ExplainPeer(Topic::kNotKept, kUdp, EndpointText(sender),
+                      "not enough memory for this datagram");
         }
         if (!stopping_) Receive();
       });
@@ -80,9 +109,13 @@ void UdpReceiver::TakeDatagram(std::span<const std::byte> datagram) {
 
 void UdpReceiver::Begin(std::span<const std::byte> datagram) {
   if (assemblies_.size() == kMostPeers) GiveUp(assemblies_.begin(), "too many peers at once");
-  assemblies_.push_back(
-      {sender_, Clock::now(), RequestScanner(max_request_), std::make_shared<ByteChain>(budget_)});
+  assemblies_.emplace_back(sender_, max_request_, budget_);
   const auto assembly = std::prev(assemblies_.end());
+  if (!MakeRoom(*assembly, [&] { return assembly->ChargeItself(); })) {
+    ExplainPeer(Topic::kPressure, kUdp, EndpointText(sender_), kNoMemory);
+    assemblies_.erase(assembly);
+    return;
+  }
   by_peer_.emplace(sender_, assembly);
   Continue(assembly, datagram);
 }
@@ -96,13 +129,13 @@ void UdpReceiver::Continue(Assemblies::iterator assembly, std::span<const std::b
     case ScanState::kRefused:
       return Refuse(assembly, assembly->scanner.reason());
     case ScanState::kIncomplete:
-      if (!Hold(*assembly, datagram)) Refuse(assembly, "the memory for datagrams is used up");
+      if (!Hold(*assembly, datagram)) Refuse(assembly, kNoMemory);
       return;
     case ScanState::kComplete:
       break;
   }
   if (used < datagram.size()) return Refuse(assembly, "bytes behind the end of the request");
-  if (!Hold(*assembly, datagram)) return Refuse(assembly, "the memory for datagrams is used up");
+  if (!Hold(*assembly, datagram)) return Refuse(assembly, kNoMemory);
   const std::shared_ptr<ByteChain> chain = std::move(assembly->chain);
   const std::size_t size = assembly->scanner.size();
   Forget(assembly);
@@ -110,22 +143,31 @@ void UdpReceiver::Continue(Assemblies::iterator assembly, std::span<const std::b
 }
 
 bool UdpReceiver::Hold(Assembly& assembly, std::span<const std::byte> bytes) {
-  for (;;) {
+  return MakeRoom(assembly, [&] {
     bytes = bytes.subspan(assembly.chain->Append(bytes));
-    if (bytes.empty()) return true;
+    return bytes.empty() && assembly.ChargeItself();
+  });
+}
+
+template <typename Take>
+bool UdpReceiver::MakeRoom(const Assembly& assembly, Take take) {
+  while (!take()) {
     if (&assemblies_.front() == &assembly) return false;
-    GiveUp(assemblies_.begin(), "the memory for datagrams is used up");
+    GiveUp(assemblies_.begin(), kNoMemory);
   }
+  return true;
 }
 
 void UdpReceiver::Refuse(Assemblies::iterator assembly, std::string_view reason) {
-  ExplainPeer(kUdp, EndpointText(assembly->peer), reason);
+  ++metrics_.bad_requests;
+  ExplainPeer(Topic::kBadRequest, kUdp, EndpointText(assembly->peer), reason);
   assembly->chain.reset();
 }
 
 void UdpReceiver::GiveUp(Assemblies::iterator assembly, std::string_view reason) {
   if (assembly->chain) {
-    ExplainPeer(kUdp, EndpointText(assembly->peer),
+    ++metrics_.given_up;
+    ExplainPeer(Topic::kUnfinished, kUdp, EndpointText(assembly->peer),
                 "a request given up after " + std::to_string(assembly->scanner.size()) +
                     " bytes: " + std::string(reason));
   }

@@ -18,6 +18,7 @@
 #include "byte_chain.h"
 #include "intake.h"
 #include "memory_budget.h"
+#include "metrics.h"
 #include "request_scanner.h"
 
 namespace TAVU::collector {
@@ -36,10 +37,12 @@ class UdpReceiver {
 
   // Requests are bounded by `max_request` or kLargestRequest, whichever is less.
   UdpReceiver(asio::io_context& context, asio::ip::udp::socket socket, Intake& intake,
-              std::size_t max_request);
+              Metrics& metrics, std::size_t max_request);
 
   void Start();
   void Stop();
+
+  [[nodiscard]] std::size_t memory() const noexcept { return budget_.used(); }
 
  private:
   using Endpoint = asio::ip::udp::endpoint;
@@ -48,10 +51,23 @@ class UdpReceiver {
   // An unfinished request, or the memory of a refused one, whose further datagrams need no further
   // explanation.
   struct Assembly {
-    Endpoint peer;
+    Assembly(const Endpoint& sender, std::size_t max_request, MemoryBudget& budget);
+    Assembly(const Assembly&) = delete;
+    Assembly& operator=(const Assembly&) = delete;
+    ~Assembly();
+
+    // Takes from the budget what the assembly holds besides the chain, if it has grown. False when
+    // there is not so much.
+    [[nodiscard]] bool ChargeItself();
+
+    const Endpoint peer;
     Clock::time_point latest;
     RequestScanner scanner;
     std::shared_ptr<ByteChain> chain;  // null after a refusal
+
+   private:
+    MemoryBudget& budget_;
+    std::size_t charged_ = 0;
   };
   using Assemblies = std::list<Assembly>;  // the one that has been silent longest first
 
@@ -60,6 +76,10 @@ class UdpReceiver {
   void Begin(std::span<const std::byte> datagram);
   void Continue(Assemblies::iterator assembly, std::span<const std::byte> datagram);
   [[nodiscard]] bool Hold(Assembly& assembly, std::span<const std::byte> bytes);
+  // Gives up others, the one that has been silent longest first, until `take` has got its memory.
+  // False when there is none left but `assembly`.
+  template <typename Take>
+  [[nodiscard]] bool MakeRoom(const Assembly& assembly, Take take);
   void Refuse(Assemblies::iterator assembly, std::string_view reason);
   void GiveUp(Assemblies::iterator assembly, std::string_view reason);
   void Forget(Assemblies::iterator assembly);
@@ -69,6 +89,7 @@ class UdpReceiver {
   asio::steady_timer silence_;
   asio::steady_timer retry_;
   Intake& intake_;
+  Metrics& metrics_;
   const std::size_t max_request_;
   MemoryBudget budget_{kMostBytesHeld};
   Assemblies assemblies_;

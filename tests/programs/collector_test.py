@@ -5,6 +5,7 @@ COLLECTOR is the program with what has to stand in front of it to run it.
 """
 
 import contextlib
+import fcntl
 import hashlib
 import io
 import json
@@ -18,8 +19,12 @@ import struct
 import subprocess
 import sys
 import tempfile
+import threading
+import time
 import unittest
+import unittest.mock
 import urllib.parse
+import urllib.request
 
 VECTORS = pathlib.Path(__file__).resolve().parents[1] / "data"
 COMMAND: list[str] = []
@@ -102,15 +107,18 @@ class Collector:
     """A running collector: its ports, and what it writes, line by line. It has to end
     with `status`, however much of the test it served."""
 
-    def __init__(self, *arguments, stdout=subprocess.PIPE, limits=None, status=0):
+    def __init__(self, *arguments, stdout=subprocess.PIPE, limits=None, status=0, watched=True):
         self.status = status
         arguments = [f"Z:{argument}" if isinstance(argument, pathlib.Path) and on_windows()
                      else str(argument) for argument in arguments]
         self.process = subprocess.Popen(
             [*COMMAND, "--port", "0", *arguments], stdout=stdout, stderr=subprocess.PIPE,
             preexec_fn=limits, pipesize=1 << 20)  # so that it never waits for its reader
-        listening = self.explanation(r"listening on .* tcp \d+ udp \d+\s*$")
-        self.tcp_port, self.udp_port = map(int, re.findall(r" (?:tcp|udp) (\d+)", listening))
+        listening = self.explanation(r"listening on .* tcp \d+ udp \d+( metrics \d+)?\s*$")
+        self.tcp_port, self.udp_port, *self.metrics_port = map(
+            int, re.findall(r" (?:tcp|udp|metrics) (\d+)", listening))
+        if not watched:  # what it says is read, and lost
+            threading.Thread(target=self.process.stderr.read, daemon=True).start()
 
     def __enter__(self):
         return self
@@ -292,22 +300,62 @@ class CollectorTest(unittest.TestCase):
 
     def test_limits(self):
         request = log_line("x" * 5000)
-        with Collector("--max-request", str(len(request)), "--max-memory", "64K",
-                       "--idle-timeout", "3") as collector, contextlib.ExitStack() as open_peers:
+        with Collector("--max-request", str(len(request)), "--max-memory", "64K", "--idle-timeout",
+                       "3", "--address-connections", "6") as collector, \
+                contextlib.ExitStack() as open_peers:
             with collector.connect() as peer:
                 peer.sendall(log_line("x" * 6000)[:-1])  # not even whole, and too much already
                 self.assertTrue(ends(peer))
                 collector.explanation(f"request larger than {len(request)} bytes")
-            peers = [open_peers.enter_context(collector.connect()) for _ in range(16)]
-            for peer in peers[1:]:
-                peer.sendall(request[:-1])
-            said = [collector.explanation("memory for unfinished requests|idle inside a request")
-                    for _ in peers[1:]]
-            self.assertIn("memory", said[0])
-            self.assertIn("idle", said[-1])
-            self.assertTrue(all(ends(peer) for peer in peers))  # the silent first without a word
-            self.assertEqual(collector.send(request), SUCCESS)
+            # Each holds a block of 4 KiB and one of 8.
+            peers = []
+            for said in (None, None, None, None, None, "memory .*used up", "address has too many"):
+                peers.append(open_peers.enter_context(collector.connect()))
+                peers[-1].sendall(request[:-1])
+                if said:
+                    collector.explanation(f"given up to make room, 5... bytes of a request: .*{said}")
+                    self.assertTrue(ends(peers.pop(0)))
+            self.assertEqual(collector.send(request), SUCCESS)  # again the oldest makes room
+            collector.explanation("given up to make room")
+            self.assertTrue(all(map(ends, peers)))
+            for _ in peers[1:]:
+                collector.explanation("idle inside a request, after 5... bytes")
         self.assertEqual(collector.unread[1], "")
+
+    def test_slow_requests(self):
+        request = log_line("x" * 5000)
+        with Collector("--request-time", "1", "--least-rate", "100K") as collector, \
+                collector.connect() as peer:
+            with contextlib.suppress(OSError):
+                for byte in request:
+                    peer.sendall(bytes([byte]))
+                    time.sleep(0.05)  # a byte now and then is no sign of life
+            collector.explanation(r"too slow with a request, after \d+ bytes")
+
+    def test_proxy_headers(self):
+        cases = [
+            (b"PROXY TCP4 203.0.113.7 10.0.0.1 56324 7000\r\n", "203.0.113.7:56324"),
+            (b"PROXY TCP6 2001:db8::7 ::1 9 7000\r\n", "[2001:db8::7]:9"),
+            (b"PROXY UNKNOWN\r\n", "127.0.0.1:"),
+            (bytes.fromhex("0d0a0d0a000d0a515549540a 21 11 000f cb007107 0a000001 dc04 1b58 040000"),
+             "203.0.113.7:56324"),
+            (bytes.fromhex("0d0a0d0a000d0a515549540a 21 21 0024") + bytes(15) + b"\7" + bytes(16) +
+             b"\0\x09\0\0", "[::7]:9"),
+            (bytes.fromhex("0d0a0d0a000d0a515549540a 20 00 0000"), "127.0.0.1:"),
+            (b"PROXY TCP4 203.0.113.7 10.0.0.1 99999 7000\r\n", None),
+            (bytes.fromhex("0d0a0d0a000d0a515549540a 21 11 0004 cb007107"), None),
+            (b"PROXY TCP4 " + b"1" * 97, None), (b"", None)]
+        with Collector("--proxy", "127.0.0.1") as collector:
+            for header, peer_told in cases:
+                with self.subTest(header), collector.connect() as peer:
+                    peer.sendall(header + log_line("m"))
+                    if peer_told:
+                        self.assertEqual(read_reply(peer), SUCCESS)
+                        self.assertTrue(collector.line()["peer"].startswith(peer_told))
+                    else:
+                        self.assertTrue(ends(peer))
+                        collector.explanation("no PROXY header")
+        self.assertEqual(collector.unread, ["", ""])
 
     def test_faults_and_wrong_command_lines(self):
         with Collector("--fault", "-2147483648:a:b é") as collector:
@@ -315,7 +363,7 @@ class CollectorTest(unittest.TestCase):
             self.assertEqual(collector.line()["message"], "m")
             for status, *arguments in (
                     (2, "--fault", "1x:m"), (2, "--port", "65536"), (2, "--max-request", "-1"),
-                    (2, "--what"), (1, "--port", str(collector.tcp_port))):
+                    (2, "--what"), (2, "--durable"), (1, "--output", "/"), (1, "--port", str(collector.tcp_port))):
                 ended = subprocess.run([*COMMAND, *arguments], capture_output=True, timeout=PATIENCE)
                 self.assertEqual((ended.returncode, ended.stdout), (status, b""), arguments)
                 self.assertNotEqual(ended.stderr, b"", arguments)
@@ -332,7 +380,8 @@ class CollectorTest(unittest.TestCase):
             (b"M" + string("1") + b"N" + number(1) + b"Tz", {"map": [["1", None], [1, True]]}),
             (b"ZVl\0\0\0\1S\0\1at\0\3intz" + b"VV" + number(1) + b"zVNzzz",
              {"columns": [{"name": "a", "type": "int"}], "rows": [[1], [None]]}),
-            (b"V" * 900 + b"z" * 900, json.loads("[" * 900 + "]" * 900)),
+            (b"V" * 61 + b"z" * 61, json.loads("[" * 61 + "]" * 61)),
+            (b"V" * 62 + b"z" * 62, json.loads("[" * 61 + '{"omitted":"nesting"}' + "]" * 61)),
         ]
         with Collector() as collector:
             for argument, expected in cases:
@@ -346,18 +395,17 @@ class CollectorTest(unittest.TestCase):
             # A record of texts that are none, and fields that nobody knows.
             bad = b"a\xff\xe4\xb8"
             fields = {5: string("9"), 3: string("03"), 8: string("%ff%4%zz"), 1: string(bad),
-                      4: b"N", 77: string("kept"), -1: b"T"}
+                      4: b"N", 77: string("there"), -1: b"T", 6: string("%00\x7f%22%5c")}
             self.assertEqual(collector.send(call(record(fields), bad)), SUCCESS)
             line = collector.line()
             del line["time"], line["peer"], line["transport"]
             self.assertEqual(line, {
                 "service": "a\ufffd\ufffd", "kind": "unknown", "kind_code": "9", "level": "03",
                 "message": "\ufffd%4%zz", "software_id": "a\ufffd\ufffd", "log_type": None,
-                "77": "kept", "-1": True})
+                "user_id": "\0\x7f\"\\", "77": "there", "-1": True})
 
-    def test_long_texts_and_many_files(self):
+    def test_long_texts(self):
         text = "x" + "\u00e9" * 70000
-        many = [b"%d" % i * i for i in range(101)]
         with Collector("--store", self.store) as collector:
             extra = b"s" + binary(text.encode())[1:].replace(b"b\x80\0", b"s\x80\0")
             collector.send(call(record({5: string("4"), 301: extra.replace(b"B", b"S")})))
@@ -370,12 +418,44 @@ class CollectorTest(unittest.TestCase):
                 line = collector.line()
                 self.assertNotIn("dump", line)
                 self.check_kept(line["dump_file"], no_text)
-            collector.send(call(b"V" + b"".join(map(binary, many)) + b"z"))
-            collector.explanation("too many in one call")
-            *kept, last = [entry["binary"] for entry in collector.line()["argument"]]
-            for entry, data in zip(kept, many):
-                self.check_kept(entry, data)
-            self.assertIn("error", last)
+
+    def test_what_has_no_place_in_a_line_is_kept_once(self):
+        deep = b"Vl\0\0\0\1" * 300 + string("x") + b"z" * 300
+        cases = [  # what, and the end of the line before the attachment
+            (deep, [{"omitted": "nesting"}]),
+            (b"Vl\0\0\0\x64" + b"B\0\1x" * 100 + b"z", {"binary": {"size": 1}}),
+            (b"Vl\0\0\0\x14" + string("\x01" * 30000) * 20 + b"z", {"omitted": "size"}),
+        ]
+        with Collector("--store", self.store) as collector:
+            for argument, last in cases:
+                collector.send(call(argument))
+                line = collector.line()
+                self.check_kept(line["argument_file"], argument)
+                found = line["argument"]
+                while isinstance(found, list) and found != last:
+                    found = found[-1]
+                self.assertEqual(found, last)
+            made = {5: string("9"), **{i: binary(b"x") for i in range(1000, 1100)}}
+            collector.send(call(record(made)))
+            self.assertEqual(collector.line()["1050"], {"binary": {"size": 1}})
+        self.assertEqual(len(list(self.store.iterdir())), len(cases) + 1)
+
+    def test_a_store_with_bounds(self):
+        file = request_named("file of 32768 bytes")
+        for bound, said in ((("--max-files", "1"), "--max-files"), (("--max-store", "40K"), "max-store"),
+                            (("--min-free", "1000000G"), "min-free")):
+            with tempfile.TemporaryDirectory() as store, \
+                    Collector("--store", pathlib.Path(store), *bound) as collector:
+                if said == "min-free":
+                    collector.explanation("--store: too little space is left")
+                else:
+                    self.assertEqual(collector.send(file), SUCCESS)
+                    collector.line()
+                self.assertEqual(collector.send(file),
+                                 fault(1, "the collector could not keep this record"))
+                collector.explanation(f"attachment not stored: .*{said}")
+                self.assertIn("error", collector.line()["content_file"])
+                self.assertEqual(len(list(pathlib.Path(store).iterdir())), said != "min-free")
 
 
 class LinuxTest(unittest.TestCase):
@@ -387,7 +467,8 @@ class LinuxTest(unittest.TestCase):
         soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
         resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
         self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, (soft, hard))
-        with Collector(limits=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (256, hard)),
+        with Collector("--address-connections", "9999",
+                       limits=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (256, hard)),
                        stdout=subprocess.DEVNULL) as collector:
             peers = [collector.connect() for _ in range(min(4000, hard - 200))]
             for half in (slice(0, 60), slice(60, None)):
@@ -414,12 +495,71 @@ class LinuxTest(unittest.TestCase):
             with Collector(stdout=full) as collector:
                 self.assertEqual(collector.send(log_line("m")),
                                  fault(1, "the collector could not keep this record"))
-                collector.explanation("a record is lost: standard output: ")
+                collector.explanation("a record is lost: the output: ")
             with Collector(stdout=pipe, status=1) as collector:
                 os.close(reader)
                 self.assertNotEqual(collector.send(log_line("m")), SUCCESS)
                 collector.process.wait(PATIENCE)
                 collector.explanation("Broken pipe")
+
+    def test_pipes_that_nobody_reads(self):
+        with Collector() as collector:
+            fcntl.fcntl(collector.process.stderr, fcntl.F_SETPIPE_SZ, 4096)
+            fcntl.fcntl(collector.process.stdout, fcntl.F_SETPIPE_SZ, 4096)
+            for _ in range(200):
+                with collector.connect() as peer:
+                    peer.sendall(b"x" * 100)
+                    self.assertTrue(ends(peer))
+            # More than the pipe takes, so that there is no reply until somebody reads.
+            with collector.connect() as peer, collector.connect() as other:
+                peer.sendall(log_line("x" * 9000))
+                other.sendall(b"x")
+                self.assertTrue(ends(other))  # served meanwhile
+                self.assertEqual(len(collector.line()["message"]), 9000)
+                self.assertEqual(read_reply(peer), SUCCESS)
+                peer.sendall(log_line("x" * 9000))
+                collector.process.send_signal(signal.SIGTERM)
+                self.assertNotEqual(peer.recv(100), SUCCESS)
+                self.assertEqual(collector.process.wait(PATIENCE), 0)
+
+    def test_a_file_of_records(self):
+        with tempfile.TemporaryDirectory() as folder:
+            output = pathlib.Path(folder) / "records.jsonl"
+            output.write_text('{"a":1}\n{"time":"2024-')  # killed inside a line
+            with Collector("--output", output, "--durable", "--store", folder) as collector:
+                self.assertEqual(collector.send(log_line("one")), SUCCESS)
+                output.rename(output.with_suffix(".1"))
+                collector.process.send_signal(signal.SIGHUP)
+                while not output.exists():
+                    time.sleep(0.01)
+                self.assertEqual(collector.send(request_named("file of 32768 bytes")), SUCCESS)
+            self.assertRegex(output.with_suffix(".1").read_text(),
+                             r'^\{"a":1\}\n\{"time":[^\n]*"one"\}\n$')
+            kept = json.loads(output.read_text())["content_file"]["name"]
+            for path in output, pathlib.Path(folder) / kept:
+                self.assertEqual(path.stat().st_mode & 0o777, 0o600)
+
+    def test_metrics_and_the_service_manager(self):
+        with tempfile.TemporaryDirectory() as folder, \
+                socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind(folder + "/notify")
+            with unittest.mock.patch.dict(os.environ, NOTIFY_SOCKET=folder + "/notify"):
+                collector = Collector("--metrics-port", "0", "--store", folder)
+            with collector:
+                self.assertEqual(manager.recv(99), b"READY=1")
+                self.assertEqual(collector.send(request_named("file of 32768 bytes")), SUCCESS)
+                url = f"http://127.0.0.1:{collector.metrics_port[0]}/metrics"
+                with urllib.request.urlopen(url, timeout=PATIENCE) as answer:
+                    text = answer.read().decode()
+                for line in ('tavu_collector_requests_total{outcome="kept"} 1',
+                             "tavu_collector_store_files 1", "tavu_collector_connections 0"):
+                    self.assertIn("\n" + line + "\n", text)
+
+    def test_a_short_siege(self):
+        siege = pathlib.Path(__file__).with_name("collector_siege.py")
+        done = subprocess.run([sys.executable, siege, COMMAND[-1], "--hostile", "400", "--kills", "3",
+                               "--trickle", "15"], capture_output=True, timeout=600)
+        self.assertEqual(done.returncode, 0, done.stderr.decode())
 
 
 if __name__ == "__main__":
