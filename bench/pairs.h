@@ -1,4 +1,4 @@
-// Measures two pieces of work in turn, so that whatever else the machine does meets both alike, and
+// Measures pieces of work in turn, so that whatever else the machine does meets both alike, and
 // prints one row for scripts/bench: the name, ours, the other's (or "-") and the unit, separated by
 // tabs. Of many samples a row has the lower quartile: what the work takes when nothing gets in its
 // way for long. On a quiet machine it lies close to the median; on a busy one the median tells of
@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <utility>
 #include <vector>
 
 namespace TAVU::bench {
@@ -44,20 +46,28 @@ inline void PrintRow(const char* name, double ours, double other, const char* un
   std::fflush(stdout);
 }
 
-// Both return seconds.
-template <typename Ours, typename Other>
-void ComparePairs(const char* name, int rounds, double units_per_second, const char* unit,
-                  Ours&& ours, Other&& other) {
-  std::vector<double> our_seconds;
-  std::vector<double> other_seconds;
-  for (int i = 0; i < rounds; ++i) {
-    // Who comes first changes, too.
-    if (i % 2 == 0) our_seconds.push_back(ours());
-    other_seconds.push_back(other());
-    if (i % 2 != 0) our_seconds.push_back(ours());
+// The lower quartile of the seconds that each work takes, in their order. All are measured in turn,
+// and who comes first changes, so that rows that are to be read together have met the same.
+inline std::vector<double> MeasureInTurns(int rounds,
+                                          const std::vector<std::function<double()>>& works) {
+  std::vector<std::vector<double>> samples(works.size());
+  for (int round = 0; round < rounds; ++round) {
+    for (std::size_t turn = 0; turn < works.size(); ++turn) {
+      const std::size_t work = (turn + static_cast<std::size_t>(round)) % works.size();
+      samples[work].push_back(works[work]());
+    }
   }
-  PrintRow(name, LowerQuartile(our_seconds) * units_per_second,
-           LowerQuartile(other_seconds) * units_per_second, unit);
+  std::vector<double> seconds;
+  for (std::vector<double>& of_work : samples) seconds.push_back(LowerQuartile(std::move(of_work)));
+  return seconds;
+}
+
+// Both return seconds.
+inline void ComparePairs(const char* name, int rounds, double units_per_second, const char* unit,
+                         const std::function<double()>& ours,
+                         const std::function<double()>& other) {
+  const std::vector<double> seconds = MeasureInTurns(rounds, {ours, other});
+  PrintRow(name, seconds[0] * units_per_second, seconds[1] * units_per_second, unit);
 }
 
 }  // namespace TAVU::bench

@@ -54,9 +54,9 @@ PAIRS = (
     ('load and free the DLL', 'load', 'an empty DLL', TIME, None),
     ('size of the DLL', 'size', '', None, None),
     ('crash to reporter start', 'crash', 'dump, module walk, process start', TIME, 1.15),
-    ('collector, a connection a record', 'collector/short', 'a bare Asio server', SPEED, None),
-    ('collector, one connection', 'collector/records', 'a bare Asio server', SPEED, None),
-    ('collector, one upload', 'collector/upload', 'a bare Asio server', SPEED, None),
+    ('collector, a connection a record', 'collector/short', 'a bare Asio server', SPEED, 0.95),
+    ('collector, one connection', 'collector/records', 'a bare Asio server', SPEED, 0.9),
+    ('collector, one upload', 'collector/upload', 'a bare Asio server', SPEED, 0.4),
 )
 
 # The most that a figure itself may be.

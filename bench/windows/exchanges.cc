@@ -158,11 +158,12 @@ void MeasureUploadMemory(TAVU_HANDLE instance, std::uint16_t tcp_port) {
 void MeasureExchanges(TAVU_HANDLE instance, std::uint16_t tcp_port, std::uint16_t udp_port) {
   const std::string request = CaptureRequest(instance);
   SetServer(instance, tcp_port);
-  const auto log_tcp = [&] { return SecondsOf([&] { SendLogTcp(instance); }); };
-  ComparePairs("log/tcp", 1001, 1e6, "us", log_tcp,
-               [&] { return SecondsOf([&] { BareTcp(tcp_port, request); }); });
-  ComparePairs("log/tcp_timeouts", 1001, 1e6, "us", log_tcp,
-               [&] { return SecondsOf([&] { BareTcpWithTimeouts(tcp_port, request); }); });
+  const std::vector<double> tcp = MeasureInTurns(
+      1001, {[&] { return SecondsOf([&] { SendLogTcp(instance); }); },
+             [&] { return SecondsOf([&] { BareTcp(tcp_port, request); }); },
+             [&] { return SecondsOf([&] { BareTcpWithTimeouts(tcp_port, request); }); }});
+  PrintRow("log/tcp", tcp[0] * 1e6, tcp[1] * 1e6, "us");
+  PrintRow("log/tcp_timeouts", tcp[0] * 1e6, tcp[2] * 1e6, "us");
 
   SetServer(instance, udp_port);
   ComparePairs(
@@ -171,11 +172,12 @@ void MeasureExchanges(TAVU_HANDLE instance, std::uint16_t tcp_port, std::uint16_
 
   SetServer(instance, tcp_port);
   std::vector<char> block(kUpload, 'x');
-  const auto upload = [&] { return SecondsOf([&] { Upload(instance, block); }); };
-  ComparePairs("upload", 31, 1e3, "ms", upload,
-               [&] { return SecondsOf([&] { BareUpload(tcp_port, block); }); });
-  ComparePairs("upload/packets", 31, 1e3, "ms", upload,
-               [&] { return SecondsOf([&] { BarePackets(tcp_port, block); }); });
+  const std::vector<double> upload =
+      MeasureInTurns(31, {[&] { return SecondsOf([&] { Upload(instance, block); }); },
+                          [&] { return SecondsOf([&] { BareUpload(tcp_port, block); }); },
+                          [&] { return SecondsOf([&] { BarePackets(tcp_port, block); }); }});
+  PrintRow("upload", upload[0] * 1e3, upload[1] * 1e3, "ms");
+  PrintRow("upload/packets", upload[0] * 1e3, upload[2] * 1e3, "ms");
 }
 
 }  // namespace TAVU::bench

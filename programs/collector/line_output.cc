@@ -39,6 +39,7 @@ void LineOutput::Print(std::string line, bool has_attachments, Done done) {
   line += '\n';
   waiting_bytes_ += line.size();
   waiting_.push_back({std::move(line), has_attachments, std::move(done)});
+  if (gave_up_) return GiveUpWaiting(std::make_error_code(std::errc::timed_out));
   if (durable_) {
     CommitWaiting();
   } else if (!waits_for_room_) {
@@ -57,21 +58,23 @@ void LineOutput::WriteWaiting() {
     const std::error_code error =
         file_.Write(std::string_view(first.text).substr(first.written), written);
     first.written += written;
-    if (!error && first.written < first.text.size()) {
-      waits_for_room_ = true;
-      file_.WaitForRoom([this] {
-        waits_for_room_ = false;
-        WriteWaiting();
-      });
-      return;
-    }
+    if (!error && first.written < first.text.size()) return WaitForRoom();
     if (error) inside_line_ = first.written > 0 && !file_.TakeBack(first.written);
     const Line line = std::move(first);
     waiting_.pop_front();
     Settle(line, error);
     if (IsReaderGone(error)) return GiveUpWaiting(error);
   }
-  if (stopping_) patience_.cancel();
+}
+
+void LineOutput::WaitForRoom() {
+  waits_for_room_ = true;
+  if (stopping_) LosePatience();
+  file_.WaitForRoom([this] {
+    waits_for_room_ = false;
+    patience_.cancel();
+    WriteWaiting();
+  });
 }
 
 void LineOutput::CommitWaiting() {
@@ -138,10 +141,14 @@ void LineOutput::ReopenNow() {
 
 void LineOutput::Stop() {
   stopping_ = true;
-  if (!waits_for_room_) return;
+  if (waits_for_room_) LosePatience();
+}
+
+void LineOutput::LosePatience() {
   patience_.expires_after(kStopPatience);
   patience_.async_wait([this](const std::error_code& cancelled) {
     if (cancelled) return;
+    gave_up_ = true;
     file_.CancelWait();
     GiveUpWaiting(std::make_error_code(std::errc::timed_out));
   });

@@ -69,6 +69,8 @@ class LineOutput {
   void Settle(const Line& line, const std::error_code& error);
   void GiveUpWaiting(const std::error_code& error);
   void ReopenNow();
+  void WaitForRoom();
+  void LosePatience();
 
   asio::io_context& context_;
   const AttachmentStore& store_;
@@ -83,6 +85,7 @@ class LineOutput {
   bool committing_ = false;
   bool reopen_ = false;
   bool stopping_ = false;
+  bool gave_up_ = false;      // stopped, and nobody reads
   bool inside_line_ = false;  // after a line that broke off
   asio::thread_pool committer_{1};
 };

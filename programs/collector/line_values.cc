@@ -59,7 +59,10 @@ bool LineValues::PutWithinRoom(Write write) {
 }
 
 bool LineValues::PutText(std::string_view text) {
-  return PutWithinRoom([&] { line_.Text(text); });
+  const bool was_incomplete = incomplete_;
+  const bool put = PutWithinRoom([&] { line_.Text(text); });
+  incomplete_ = was_incomplete;
+  return put;
 }
 
 void LineValues::Put(const Value& value) {

@@ -36,7 +36,8 @@ class LineValues {
   explicit LineValues(JsonText& line) noexcept : line_(line) {}
 
   void Put(const lumo::Value& value);
-  // As a text, if there is room for it. False when there is not, and a marker stands in its place.
+  // As a text, if there is room for it. False when there is not, and a marker stands in its place;
+  // the caller keeps the text elsewhere then.
   [[nodiscard]] bool PutText(std::string_view text);
 
   // Whether something is not in the line: a marker, a binary or the rest of a long text.

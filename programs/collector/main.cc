@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <limits>
 #include <new>
 #include <optional>
 #include <string>
@@ -67,6 +68,11 @@ std::size_t MostConnections(const Options& options) {
   return options.max_connections == 0 ? possible : std::min(options.max_connections, possible);
 }
 
+// Of options that say "no bound" with a zero.
+std::size_t BoundFrom(std::size_t option) {
+  return option == 0 ? std::numeric_limits<std::size_t>::max() : option;
+}
+
 TcpSettings TcpSettingsFrom(const Options& options) {
   TcpSettings settings{
       .max_request = options.max_request,
@@ -74,8 +80,8 @@ TcpSettings TcpSettingsFrom(const Options& options) {
       .request_time = options.request_time,
       .least_rate = options.least_rate,
       .most_connections = MostConnections(options),
-      .most_connections_of_address = options.address_connections,
-      .most_memory_of_address = options.address_memory,
+      .most_connections_of_address = BoundFrom(options.address_connections),
+      .most_memory_of_address = BoundFrom(options.address_memory),
       .balancers = options.balancers,
       .success_reply = SuccessReply(),
       .failure_reply = FaultReply(kNotKeptCode, kNotKeptMessage),
@@ -91,7 +97,8 @@ TcpSettings TcpSettingsFrom(const Options& options) {
 class Collector {
  public:
   Collector(asio::io_context& context, ListeningSockets sockets, const Options& options)
-      : store_(options.store, options.store_limits, options.durable),
+      : has_output_file_(!options.output.empty()),
+        store_(options.store, options.store_limits, options.durable),
         output_(context, store_, options.output, options.durable,
                 [this] { StopWith(kExitFailure); }),
         budget_(options.max_memory),
@@ -111,7 +118,7 @@ class Collector {
     signals_.async_wait([this](const std::error_code& cancelled, int) {
       if (!cancelled) StopWith(0);
     });
-    WatchReopenSignal();
+    if (has_output_file_) WatchReopenSignal();
     tcp_.Start();
     udp_.Start();
     return true;
@@ -172,6 +179,7 @@ class Collector {
                                   .lines_left_out = LinesLeftOut()});
   }
 
+  const bool has_output_file_;
   Metrics metrics_;
   AttachmentStore store_;
   LineOutput output_;

@@ -114,12 +114,12 @@ void AddBounds(CLI::App& app, Options& options) {
   AddSize(app, "--max-memory", options.max_memory,
           "most bytes of unfinished requests over TCP, all peers together")
       ->default_str("1G");
-  AddSize(app, "--address-memory", options.address_memory, "the same of one address")
+  AddSize(app, "--address-memory", options.address_memory, "the same of one address; 0: no bound")
       ->default_str("512M");
   AddNumber(app, "--max-connections", options.max_connections,
             "most connections of all peers together; 0: as many as the system allows");
   AddNumber(app, "--address-connections", options.address_connections,
-            "most connections of one address");
+            "most connections of one address; 0: no bound");
   AddTime(app, "--idle-timeout", options.idle_timeout,
           "time after which a silent TCP peer is let go; 0: never");
   AddTime(app, "--request-time", options.request_time,

@@ -22,8 +22,8 @@ class OutputFile {
 
   // Opens the file, or opens it anew after somebody has renamed it; nothing to do for standard
   // output. It is made when missing, and appended to. When a collector was stopped in the middle of
-  // a line, which nobody was told to be kept, that line is cut off. After a failure the file that
-  // was open before stays in use.
+  // a line, which nobody was told to be kept, that line is cut off (but not on Windows). After a
+  // failure the file that was open before stays in use.
   [[nodiscard]] std::error_code Open();
 
   // Writes as much as the other end takes without letting us wait; `written` counts the bytes. On
