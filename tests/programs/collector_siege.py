@@ -14,6 +14,7 @@ import argparse
 import contextlib
 import hashlib
 import json
+import multiprocessing
 import pathlib
 import random
 import shutil
@@ -134,10 +135,10 @@ def hostile_requests(count, seed):
         yield bytes(request), chance.random() < 0.3
 
 
-def attack(collector, requests):
+def attack(collector, count, seed):
     with collector.datagrams() as datagrams:
         kept_open = []
-        for request, over_udp in requests:
+        for request, over_udp in hostile_requests(count, seed):
             with contextlib.suppress(OSError):
                 if over_udp:
                     for at in range(0, len(request), 2048):
@@ -158,8 +159,9 @@ def hostile(count, seed):
         with test.Collector("--output", output, "--store", pathlib.Path(folder) / "store",
                             "--max-memory", MEMORY, "--max-files", "2000",
                             watched=False) as collector:
-            attackers = [threading.Thread(target=attack, args=(
-                collector, hostile_requests(count // 2, seed + i))) for i in range(2)]
+            # Processes, because threads of one would wait for each other more than for the collector.
+            attackers = [multiprocessing.Process(target=attack, args=(collector, count // 2, seed + i))
+                         for i in range(2)]
             with good_hosts(collector, 4, 0.004) as hosts:
                 for attacker in attackers:
                     attacker.start()
