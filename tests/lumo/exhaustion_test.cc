@@ -6,6 +6,7 @@
 #include "lumo/codec/codec.h"
 #include "lumo/codec/memory_reader.h"
 #include "lumo/codec/memory_writer.h"
+#include "lumo/codec/value_skipper.h"
 #include "lumo/reference.h"
 #include "lumo/value/list.h"
 #include "lumo/value/map.h"
@@ -65,6 +66,12 @@ TEST(Exhaustion, LeavesNothingBehindAndHalfDone) {
           EXPECT_TRUE(ReadValue(reader, read) && WriteValue(writer, read));
         },
         [] {});  // the sanitizers watch
+    allocations_left = 1;
+    MemoryReader reader(bytes);
+    ValueType type{};
+    EXPECT_TRUE(SkipValue(reader, type) && reader.remaining() == 0 && type == value.type());
+    EXPECT_EQ(allocations_left, 1) << "skipping keeps nothing";
+    allocations_left = -1;
     Value copy = Value::Int(1);
     failures += FailEverywhere([&] { copy = Value(value, CopyDepth::kDeep); },
                                [&] { EXPECT_EQ(copy.int_value(), 1); });

@@ -31,6 +31,15 @@ std::span<const std::byte> ByteSource::Take(std::size_t limit) {
   return taken;
 }
 
+bool ByteSource::Skip(std::size_t size) {
+  while (size != 0) {
+    const std::span<const std::byte> piece = Take(size);
+    if (piece.empty()) return false;
+    size -= piece.size();
+  }
+  return true;
+}
+
 bool ByteSource::ReadThrough(std::byte* out, std::size_t size) {
   while (size != 0) {
     const std::span<const std::byte> piece = Take(size);

@@ -82,6 +82,9 @@ class ByteSource {
   }
   [[nodiscard]] bool ReadByte(std::uint8_t& out) { return Read(&out, 1); }
 
+  // Reads past exactly `size` bytes; result and thread error are those of Read.
+  [[nodiscard]] bool Skip(std::size_t size);
+
   // The next byte, which stays where it is. False at the end or on an error, as Read.
   [[nodiscard]] bool PeekByte(std::uint8_t& out) {
     if (window_ == window_end_ && !FillWindow()) return false;

@@ -33,29 +33,6 @@ bool ReadTag(ByteSource& source, std::uint8_t expected) {
 
 // --- Scalars -------------------------------------------------------------------------------------
 
-constexpr std::size_t kLongestScalar = 9;
-
-// Bytes of a scalar's encoding, the tag included; 0 for the tags of other values.
-constexpr std::size_t ScalarSize(std::uint8_t value_tag) noexcept {
-  switch (value_tag) {
-    case tag::kNull:
-    case tag::kTrue:
-    case tag::kFalse:
-    case tag::kEnd:
-      return 1;
-    case tag::kChar:
-      return 2;
-    case tag::kInt:
-      return 5;
-    case tag::kLong:
-    case tag::kDouble:
-    case tag::kDate:
-      return 9;
-    default:
-      return 0;
-  }
-}
-
 // Makes the value in its place. Copying it there from a temporary, whole, right after its parts
 // were stored would stall the processor for longer than all the rest takes.
 template <typename Make>
@@ -422,15 +399,6 @@ bool ReadUint16(ByteSource& source, std::uint16_t& out) {
 }
 bool ReadUint32(ByteSource& source, std::uint32_t& out) {
   return ReadNumber(source, out);
-}
-bool ReadUint64(ByteSource& source, std::uint64_t& out) {
-  return ReadNumber(source, out);
-}
-bool ReadDouble(ByteSource& source, double& out) {
-  std::uint64_t bits = 0;
-  if (!ReadNumber(source, bits)) return false;
-  out = std::bit_cast<double>(bits);
-  return true;
 }
 
 }  // namespace TAVU::lumo

@@ -24,7 +24,6 @@ std::byte* PutTagged(std::byte* out, std::uint8_t value_tag, Number number) noex
 }
 
 constexpr std::size_t kTextHead = 3;  // tag and count
-constexpr std::size_t kLongestScalar = 9;
 
 // As memcpy, without its call for the many short texts: pieces of fixed size that overlap.
 inline void CopyShort(std::byte* out, const char* from, std::size_t size) noexcept {
@@ -166,7 +165,7 @@ bool WriteCount(ByteSink& sink, std::size_t count) {
 }
 
 [[gnu::noinline]] bool WriteMap(ByteSink& sink, const Map& map, int depth) {
-  if (!BeginMap(sink)) return false;
+  if (!sink.WriteByte(tag::kMap)) return false;
   sink.Expect(map.size() * 2);
   ValueRun run(sink);
   for (const Map::Node& entry : map) {
@@ -232,26 +231,12 @@ bool WriteUint16(ByteSink& sink, std::uint16_t value) {
 bool WriteUint32(ByteSink& sink, std::uint32_t value) {
   return WriteNumber(sink, value);
 }
-bool WriteUint64(ByteSink& sink, std::uint64_t value) {
-  return WriteNumber(sink, value);
-}
-bool WriteDouble(ByteSink& sink, double value) {
-  return WriteNumber(sink, std::bit_cast<std::uint64_t>(value));
-}
 
 bool WriteChunk(ByteSink& sink, std::uint8_t chunk_tag, std::string_view text) {
   return WriteTagged(sink, chunk_tag, static_cast<std::uint16_t>(text.size())) &&
          sink.Write(text.data(), text.size());
 }
 
-bool BeginList(ByteSink& sink, std::int32_t count) {
-  if (count < 0) return sink.WriteByte(tag::kList);
-  return WriteCount(sink, static_cast<std::size_t>(count));
-}
-
-bool BeginMap(ByteSink& sink) {
-  return sink.WriteByte(tag::kMap);
-}
 bool EndContainer(ByteSink& sink) {
   return sink.WriteByte(tag::kEnd);
 }

@@ -35,10 +35,6 @@ void List::Grow() {
   SetCapacity(capacity_ == 0 ? kFirstCapacity : capacity_ * 2);
 }
 
-void List::RemoveLast() noexcept {
-  std::destroy_at(data_ + --count_);
-}
-
 void List::Reserve(std::size_t capacity) {
   if (capacity <= capacity_) return;
   SetCapacity(capacity);

@@ -28,7 +28,6 @@ class List : public base::FromDefaultAllocator {
     if (count_ == capacity_) Grow();
     return *std::construct_at(data_ + count_++);
   }
-  void RemoveLast() noexcept;  // needs size() > 0
   void Clear() noexcept;
   void Reserve(std::size_t capacity);  // room for that many elements in all
   void ShrinkToFit();

@@ -1,6 +1,7 @@
 #include "net/client/vob_qtc_client_impl.h"
 
 #include <new>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -48,10 +49,9 @@ ResultCode VobQtcClientImpl::Exchange(const char* method, const lumo::Value& arg
   socket_.EndSends();
   if (!written) return ResultCode::kStreamFault;
   if (!expects_reply_) return ResultCode::kSuccess;
-  Message reply;
-  if (!ReadReply(socket_, reply)) return ResultCode::kStreamFault;
-  const bool is_result = reply.kind == MessageKind::kReply && !reply.is_fault;
-  return is_result ? ResultCode::kSuccess : ResultCode::kServerError;
+  const std::optional<Answer> answer = ReadReply(socket_);
+  if (!answer) return ResultCode::kStreamFault;
+  return *answer == Answer::kResult ? ResultCode::kSuccess : ResultCode::kServerError;
 }
 
 ResultCode VobQtcClientImpl::Close() noexcept {

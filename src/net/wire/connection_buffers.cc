@@ -60,15 +60,9 @@ void ConnectionWriter::Grow() {
 
 // --- BufferedReader ------------------------------------------------------------------------------
 
-BufferedReader::BufferedReader(Transport& transport, std::size_t most_bytes) noexcept
-    : transport_(transport), bytes_left_(most_bytes) {}
-
 std::ptrdiff_t BufferedReader::Refill() {
-  if (bytes_left_ == 0) return -1;
-  const std::size_t room = std::min(buffer_.size(), bytes_left_);
-  const std::ptrdiff_t received = transport_.Receive(buffer_.data(), room);
+  const std::ptrdiff_t received = transport_.Receive(buffer_.data(), buffer_.size());
   if (received > 0) {
-    bytes_left_ -= static_cast<std::size_t>(received);
     window_ = buffer_.data();
     window_end_ = window_ + received;
   }

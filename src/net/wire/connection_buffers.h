@@ -45,17 +45,16 @@ class ConnectionWriter final : public lumo::ByteSink {
   bool broken_ = false;
 };
 
-// Receives up to 2048 bytes at a time. When `most_bytes` have come, it receives no more and fails.
+// Receives up to 2048 bytes at a time.
 class BufferedReader final : public lumo::ByteSource {
  public:
   // The transport is not owned and outlives the reader.
-  BufferedReader(Transport& transport, std::size_t most_bytes) noexcept;
+  explicit BufferedReader(Transport& transport) noexcept : transport_(transport) {}
 
  private:
   [[nodiscard]] std::ptrdiff_t Refill() override;
 
   Transport& transport_;
-  std::size_t bytes_left_;
   std::array<std::byte, kBufferSize> buffer_;
 };
 

@@ -16,23 +16,10 @@ namespace {
 
 constexpr std::size_t kMostHeld = std::size_t{768} << 10;
 
-// A value that must be there: an end tag in its place is none.
-bool ReadWholeValue(lumo::ByteSource& source, Value& out) {
-  return lumo::ReadValue(source, out) && out.type() != ValueType::kEnd;
-}
-
-bool ReadReplyBody(lumo::ByteSource& body, Message& reply) {
-  if (!reply.ReadHead(body)) return false;
-  // Only a reply that is no fault has a result; a call or a message is told by its head alone.
-  if (reply.kind != MessageKind::kReply || reply.is_fault) return true;
-  Value result;
-  return ReadWholeValue(body, result);
-}
-
 bool ReadRequestBody(lumo::ByteSource& body, Message& request, Value& argument) {
   std::uint8_t end = 0;
-  return request.ReadHead(body) && request.kind == MessageKind::kCall &&
-         ReadWholeValue(body, argument) && body.ReadByte(end) && end == lumo::tag::kEnd;
+  return request.ReadCallHead(body) && lumo::ReadValue(body, argument) &&
+         argument.type() != ValueType::kEnd && body.ReadByte(end) && end == lumo::tag::kEnd;
 }
 
 // `head` up to its values, then `value` and the end tag, in packets not yet closed.
@@ -60,18 +47,16 @@ bool WriteRequest(Transport& connection, std::string_view method, const Value& a
   return written && writer.sent() >= must_be_sent;
 }
 
-bool ReadReply(Transport& connection, Message& reply) {
-  reply.Reset();
-  BufferedReader reader(connection, kLongestReply);
+std::optional<Answer> ReadReply(Transport& connection) {
+  BufferedReader reader(connection);
   TransportHeader header;
-  if (!header.Read(reader)) return false;
-  if (header.HasUnpacketedBody()) return ReadReplyBody(reader, reply);
+  if (!header.Read(reader)) return std::nullopt;
+  if (header.HasUnpacketedBody()) return ReadAnswer(reader);
   PacketReader body(reader);
-  return ReadReplyBody(body, reply);
+  return ReadAnswer(body);
 }
 
 bool ReadRequest(lumo::ByteSource& connection, Message& request, Value& argument) {
-  request.Reset();
   TransportHeader header;
   if (!header.Read(connection)) return false;
   if (header.HasUnpacketedBody()) return ReadRequestBody(connection, request, argument);

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "lumo/codec/byte_stream.h"
@@ -32,17 +33,14 @@ enum class Carrier {
 [[nodiscard]] bool WriteRequest(Transport& connection, std::string_view method,
                                 const lumo::Value& argument, Carrier carrier);
 
-// Bytes of a reply that are received at the most. A few tell all that counts, and one without an
-// end must not take the host's memory, of which decoded values need many times their bytes.
-inline constexpr std::size_t kLongestReply = 1 << 20;
-
-// Reads the next message on the connection, a reply's result value included (which is dropped). A
-// reply with a fault is read to the fault's own end and no further, because peers differ in whether
-// a result follows, and none must be waited for. False when the bytes are no message or too many.
+// Reads the next message on the connection as far as its answer needs, see ReadAnswer: a reply with
+// a fault to the fault's own end and no further, because peers differ in whether a result follows,
+// and none must be waited for. Nothing when the bytes are no message. A reply may be of any size:
+// it is read past on constant memory.
 //
 // The time-out of the connection bounds each receive and not the whole reply: a peer that sends a
 // byte now and then keeps the reader waiting as long as it likes.
-[[nodiscard]] bool ReadReply(Transport& connection, Message& reply);
+[[nodiscard]] std::optional<Answer> ReadReply(Transport& connection);
 
 // --- The answering side -----------------------------------------------------------------------
 

@@ -1,10 +1,11 @@
 #include "net/wire/message.h"
 
+#include <algorithm>
 #include <cstring>
 #include <span>
-#include <utility>
 
 #include "lumo/codec/codec.h"
+#include "lumo/codec/value_skipper.h"
 
 namespace TAVU::QTC {
 
@@ -38,34 +39,44 @@ bool WriteKind(lumo::ByteSink& sink, MessageKind kind) {
   return false;
 }
 
-bool ReadKind(lumo::ByteSource& source, MessageKind& out) {
-  std::uint8_t tag = 0;
-  if (!source.ReadByte(tag)) return false;
-  for (const KindTag& entry : kKindTags) {
-    if (entry.tag != tag) continue;
-    out = entry.kind;
-    return true;
-  }
-  return false;
-}
-
 bool ReadVersion(lumo::ByteSource& source) {
   std::uint8_t version[sizeof kVersion];
   return source.Read(version, sizeof version) &&
          std::memcmp(version, kVersion, sizeof version) == 0;
 }
 
+// The kind's tag and the version.
+bool ReadKind(lumo::ByteSource& source, MessageKind& out) {
+  std::uint8_t tag = 0;
+  if (!source.ReadByte(tag)) return false;
+  for (const KindTag& entry : kKindTags) {
+    if (entry.tag != tag) continue;
+    out = entry.kind;
+    return ReadVersion(source);
+  }
+  return false;
+}
+
+bool ReadMethodSize(lumo::ByteSource& source, std::uint16_t& out) {
+  std::uint8_t tag = 0;
+  return source.ReadByte(tag) && tag == kMethodTag && lumo::ReadUint16(source, out);
+}
+
 // Memory is taken for those bytes of the name only that have come.
 bool ReadMethod(lumo::ByteSource& source, std::string& out) {
-  std::uint8_t tag = 0;
   std::uint16_t size = 0;
-  if (!source.ReadByte(tag) || tag != kMethodTag || !lumo::ReadUint16(source, size)) return false;
+  if (!ReadMethodSize(source, size)) return false;
   while (out.size() < size) {
     const std::span<const std::byte> piece = source.Take(size - out.size());
     if (piece.empty()) return false;
     out.append(reinterpret_cast<const char*>(piece.data()), piece.size());
   }
   return true;
+}
+
+bool SkipMethod(lumo::ByteSource& source) {
+  std::uint16_t size = 0;
+  return ReadMethodSize(source, size) && source.Skip(size);
 }
 
 bool WriteEntry(lumo::ByteSink& sink, std::string_view key, const Value& value) {
@@ -80,31 +91,49 @@ bool WriteFault(lumo::ByteSink& sink, const Fault& fault) {
          WriteEntry(sink, kDetailKey, fault.detail);
 }
 
-// Puts `value` where `key` says. The types are required as they are: nothing is converted.
-bool StoreEntry(std::string_view key, Value value, Fault& fault) {
-  if (value.type() == ValueType::kEnd) return false;  // a key without a value
-  key = key.substr(0, key.find('\0'));                // keys are compared as C texts
-  if (key == kCodeKey) {
-    if (value.type() != ValueType::kInt) return false;
-    fault.code = value.int_value();
-  } else if (key == kMessageKey) {
-    if (value.type() != ValueType::kString) return false;
-    fault.message = std::move(value);
-  } else if (key == kDetailKey) {
-    fault.detail = std::move(value);
+// --- Reading past a fault ------------------------------------------------------------------------
+
+// The beginning of a string that is read past, as much of it as tells the keys apart.
+class KeyObserver final : public lumo::SkipObserver {
+ public:
+  void OnContent(std::span<const std::byte> piece) override {
+    const std::size_t size = std::min(piece.size(), sizeof beginning_ - size_);
+    std::memcpy(beginning_ + size_, piece.data(), size);
+    size_ += size;
   }
-  return true;
+  // Keys are compared as C texts: what follows a zero byte does not count.
+  [[nodiscard]] bool Is(std::string_view key) const {
+    const std::string_view beginning(beginning_, size_);
+    return beginning.substr(0, beginning.find('\0')) == key;
+  }
+
+ private:
+  char beginning_[sizeof kMessageKey] = {};  // a byte more than the longest key has
+  std::size_t size_ = 0;
+};
+
+// The types are demanded as they are: nothing is converted.
+bool SkipEntryValue(lumo::ByteSource& source, const KeyObserver& key) {
+  ValueType type = ValueType::kNull;
+  if (!lumo::SkipValue(source, type) || type == ValueType::kEnd) return false;
+  if (key.Is(kCodeKey)) return type == ValueType::kInt;
+  if (key.Is(kMessageKey)) return type == ValueType::kString;
+  return true;  // the detail and what is not known may be of any type
 }
 
-bool ReadFault(lumo::ByteSource& source, Fault& fault) {
+bool SkipFault(lumo::ByteSource& source) {
   for (;;) {
-    Value key;
-    Value value;
-    if (!lumo::ReadValue(source, key)) return false;
-    if (key.type() == ValueType::kEnd) return true;
-    if (key.type() != ValueType::kString || !lumo::ReadValue(source, value)) return false;
-    if (!StoreEntry(key.text(), std::move(value), fault)) return false;
+    KeyObserver key;
+    ValueType type = ValueType::kNull;
+    if (!lumo::SkipValue(source, type, &key)) return false;
+    if (type == ValueType::kEnd) return true;
+    if (type != ValueType::kString || !SkipEntryValue(source, key)) return false;
   }
+}
+
+bool SkipResult(lumo::ByteSource& source) {
+  ValueType type = ValueType::kNull;
+  return lumo::SkipValue(source, type) && type != ValueType::kEnd;  // an end tag is no result
 }
 
 }  // namespace
@@ -119,16 +148,24 @@ bool Message::WriteHead(lumo::ByteSink& sink) const {
   return kind != MessageKind::kReply || !is_fault || WriteFault(sink, fault);
 }
 
-bool Message::ReadHead(lumo::ByteSource& source) {
+bool Message::ReadCallHead(lumo::ByteSource& source) {
   Reset();
-  if (!ReadKind(source, kind) || !ReadVersion(source)) return false;
-  if (kind == MessageKind::kCall) return ReadMethod(source, method);
-  if (kind != MessageKind::kReply) return true;
+  return ReadKind(source, kind) && kind == MessageKind::kCall && ReadMethod(source, method);
+}
+
+std::optional<Answer> ReadAnswer(lumo::ByteSource& body) {
+  const auto when = [](bool read, Answer answer) {
+    return read ? std::optional(answer) : std::nullopt;
+  };
+  MessageKind kind{};
+  if (!ReadKind(body, kind)) return std::nullopt;
+  if (kind == MessageKind::kCall) return when(SkipMethod(body), Answer::kNoReply);
+  if (kind != MessageKind::kReply) return Answer::kNoReply;
   std::uint8_t next = 0;
-  if (!source.PeekByte(next)) return false;
-  if (next != kFaultTag) return true;
-  is_fault = true;
-  return source.ReadByte(next) && ReadFault(source, fault);
+  if (!body.PeekByte(next)) return std::nullopt;
+  if (next == kFaultTag) return when(body.Skip(1) && SkipFault(body), Answer::kFault);
+  // Only a reply without a fault has a result.
+  return when(SkipResult(body), Answer::kResult);
 }
 
 }  // namespace TAVU::QTC

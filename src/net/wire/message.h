@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -33,10 +34,21 @@ struct Message {
   // A fault ends with its entries: no end tag and no result stands behind them here.
   [[nodiscard]] bool WriteHead(lumo::ByteSink& sink) const;
 
-  // Reads the part in front of the arguments. A fault is read to its own end tag; its entries must
-  // have their types ("code" an int, "message" a string), an entry of another key is skipped with
-  // its value. False on anything else.
-  [[nodiscard]] bool ReadHead(lumo::ByteSource& source);
+  // Reads the part in front of a call's argument. False for a message of another kind, too.
+  [[nodiscard]] bool ReadCallHead(lumo::ByteSource& source);
 };
+
+// What a caller is told by the message that comes back.
+enum class Answer : std::uint8_t {
+  kResult,
+  kFault,
+  kNoReply,  // a message of another kind
+};
+
+// Reads past a body as far as its answer needs, and keeps nothing of it: a result to its end, a
+// fault to its own end tag, a message of another kind to the end of its head. The entries of a
+// fault must have their types ("code" an int, "message" a string); one of another key is passed
+// over with its value. Nothing when the bytes are no message.
+[[nodiscard]] std::optional<Answer> ReadAnswer(lumo::ByteSource& body);
 
 }  // namespace TAVU::QTC
