@@ -3,12 +3,15 @@
 
 #include <set>
 
+#include "lumo/codec/codec.h"
+#include "lumo/codec/memory_reader.h"
 #include "lumo/reference.h"
 #include "lumo/value/big_int.h"
 #include "lumo/value/hash.h"
 #include "lumo/value/list.h"
 #include "lumo/value/map.h"
 #include "lumo/value/table.h"
+#include "lumo/value/value_equality.h"
 
 namespace TAVU::lumo {
 namespace {
@@ -35,6 +38,12 @@ TEST(Value, ComparesAsTheReferenceAndBeyondIt) {
     ["map", [[["int", 3], ["null"]], [["int", 1], ["null"]]]],
     ["map", [[["int", 1], ["null"]], [["int", 5], ["null"]]]]
   ])");
+  const auto nulls = [](int count) {
+    List list;
+    while (count-- > 0) list.AppendNull();
+    return Value::CopyList(list);
+  };
+  EXPECT_EQ(Compare(nulls(5), nulls(2)), 3) << "lists by the difference of their sizes";
   const Json without_order = Cases(R"([
     ["table", {"columns": [["a", "int"]], "rows": []}],
     ["table", {"columns": [["a", "long"]], "rows": []}],
@@ -71,7 +80,10 @@ TEST(Value, CopiesStandAloneAndBorrowersPointAtTheirSource) {
 // The source, and what a deep copy makes of it.
 TEST(Value, DeepCopiesAreEqualButForBigIntegers) {
   for (const Json& test : Cases(R"([
-    [["bigint", "5"], ["null"]], [["int", -7]], [["string", "text"]], [["binary", "00ff"]],
+    [["bigint", "5"], ["null"]],
+    [["map", [[["bigint", "5"], ["int", 1]], [["list", [["bigint", "6"]]], ["int", 2]]]],
+     ["map", [[["null"], ["int", 1]], [["list", [["null"]]], ["int", 2]]]]],
+    [["int", -7]], [["string", "text"]], [["binary", "00ff"]],
     [["list", [["bigint", "5"], ["int", 1]]], ["list", [["null"], ["int", 1]]]],
     [["map", [[["string", "k"], ["list", [["string", "v"]]]]]]],
     [["table", {"columns": [["c", "map"]], "rows": [[["string", "x"]], []]}]]
@@ -145,7 +157,7 @@ TEST(Table, AccessOutOfRangeGivesDefaults) {
 
 TEST(BigInt, ReadsWritesAndSubtracts) {
   for (const Json& vector : Vectors("texts.json", "bigint_text")) {
-    const auto limbs = vector["limbs"].get<std::vector<std::uint32_t>>();
+    const auto limbs = vector["limbs"].get<BigInt::Limbs>();
     EXPECT_EQ(BigInt(vector["sign"], limbs).ToDecimal(), vector["text"]);
     const auto parsed = BigInt::FromDecimal(vector["text"].get<std::string>());
     EXPECT_TRUE(parsed && parsed->limbs() == limbs && parsed->sign() == vector["sign"]) << vector;
@@ -192,6 +204,58 @@ TEST(Map, IteratesInTheReferenceOrderAndCopiesKeepIt) {
     EXPECT_EQ(OrderOf(Map(original.map(), CopyDepth::kShallow)), order);
     EXPECT_EQ(OrderOf(original.map()), order);  // what the copies borrowed is still there
   }
+}
+
+TEST(Map, SortsInAnewWhatADeepCopyOfItsKeysHasChanged) {
+  const auto pair = [](int i, const Json& second) {
+    return ValueOf(Json::array({"list", Json::array({Json::array({"int", i}), second})}));
+  };
+  const auto big = [](int i) { return Json::array({"bigint", std::to_string(i)}); };
+  Map map;
+  for (int i = 0; i < 100; ++i) {
+    map.Insert(ValueOf(big(i)), Value::Int(i));
+    map.Insert(pair(i, big(7)), Value::Int(i));
+  }
+  const Map copy(map, CopyDepth::kDeep);
+  EXPECT_EQ(copy.size(), 101u) << "all big integers have become one null";
+  EXPECT_NE(copy.Find(Value()), nullptr);
+  for (int i = 0; i < 100; ++i) {
+    const Map::Node* entry = copy.Find(pair(i, Json::array({"null"})));
+    EXPECT_TRUE(entry != nullptr && entry->value.int_value() == i);
+  }
+}
+
+// Each level could be compared twice with each of its own: 2^400 comparisons, or 3^400.
+TEST(Value, ComparesNestedKeysAtOnce) {
+  for (const auto& [open, close] : {std::pair("4d", "4e7a"), {"4d56", "7a4e7a"}}) {
+    const auto nested = [open = open, close = close](const char* core) {
+      const Json json = {{"repeat", open, 400}, core, {"repeat", close, 400}};
+      const std::vector<std::byte> bytes = BytesOf(json);
+      MemoryReader reader(bytes);
+      Value value;
+      EXPECT_TRUE(ReadValue(reader, value));
+      return value;
+    };
+    EXPECT_TRUE(AreEqual(nested("54"), nested("54")) && !AreEqual(nested("54"), nested("46")));
+    EXPECT_EQ(Compare(nested("54"), nested("54")), 0);
+    EXPECT_LT(Compare(nested("46"), nested("54")), 0);
+    EXPECT_GT(Compare(nested("54"), nested("46")), 0);
+  }
+  // The low key is compared with others in each map, and is the key in which the next ones differ.
+  const auto low = [](int core) {
+    Value value = Value::Int(core);
+    for (int i = 0; i < 40; ++i) {
+      auto other = std::make_unique<Map>();
+      other->Insert(Value::Int(1), Value::Int(2));
+      other->Insert(Value::Int(2), Value::Int(2));
+      auto map = std::make_unique<Map>();
+      map->Insert(std::move(value), Value::Int(0));
+      map->Insert(Value::AdoptMap(std::move(other)), Value::Int(core));
+      value = Value::AdoptMap(std::move(map));
+    }
+    return value;
+  };
+  EXPECT_LT(Compare(low(1), low(2)), 0);
 }
 
 TEST(Map, FindsEveryKeyOnBothSidesOfItsIndex) {

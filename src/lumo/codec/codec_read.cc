@@ -2,9 +2,9 @@
 #include <bit>
 #include <cstring>
 #include <memory>
-#include <string>
 #include <utility>
 
+#include "base/heap_allocator.h"
 #include "lumo/codec/big_endian.h"
 #include "lumo/codec/codec.h"
 #include "lumo/value/list.h"
@@ -315,7 +315,7 @@ constexpr std::size_t kTrustedCount = 1024;
 }
 
 // A text of one chunk, as column names and their types are.
-bool ReadName(ByteSource& source, std::uint8_t expected_tag, std::string& out) {
+bool ReadName(ByteSource& source, std::uint8_t expected_tag, base::HeapText& out) {
   std::uint16_t size = 0;
   if (!ReadTag(source, expected_tag) || !ReadNumber(source, size)) return false;
   if (size >= kLongestChunk) return false;
@@ -327,8 +327,8 @@ bool ReadName(ByteSource& source, std::uint8_t expected_tag, std::string& out) {
   std::uint32_t count = 0;
   if (!ReadTag(source, tag::kList) || !ReadTag(source, tag::kLength)) return false;
   if (!ReadNumber(source, count)) return false;
-  std::string name;
-  std::string type;
+  base::HeapText name;
+  base::HeapText type;
   for (std::uint32_t i = 0; i < count; ++i) {
     if (!ReadName(source, tag::kString, name)) return false;
     if (!ReadName(source, tag::kColumnType, type)) return false;

@@ -7,7 +7,7 @@ namespace TAVU::lumo {
 
 namespace {
 
-using Limbs = std::vector<std::uint32_t>;
+using Limbs = BigInt::Limbs;
 
 constexpr std::uint32_t kBillion = 1'000'000'000;
 constexpr int kBillionDigits = 9;
@@ -90,7 +90,7 @@ BigInt::BigInt(std::int64_t value)
                         : 0),
       limbs_(MagnitudeOf(value)) {}
 
-BigInt::BigInt(int sign, std::vector<std::uint32_t> limbs) : sign_(sign), limbs_(std::move(limbs)) {
+BigInt::BigInt(int sign, Limbs limbs) : sign_(sign), limbs_(std::move(limbs)) {
   if (sign_ == 0) limbs_.clear();
   DropLeadingZeros(limbs_);
   if (limbs_.empty()) sign_ = 0;

@@ -4,28 +4,29 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "base/allocator.h"
+#include "base/heap_allocator.h"
 
 namespace TAVU::lumo {
 
 class BigInt : public base::FromDefaultAllocator {
  public:
+  using Limbs = base::HeapVector<std::uint32_t>;
+
   BigInt() = default;  // zero
   explicit BigInt(std::int32_t value) : BigInt(std::int64_t{value}) {}
   explicit BigInt(std::int64_t value);
   // From 32-bit limbs, least significant first; leading zero limbs are dropped. `sign` is -1, 0
   // or 1.
-  BigInt(int sign, std::vector<std::uint32_t> limbs);
+  BigInt(int sign, Limbs limbs);
 
   // An optional sign and decimal digits, nothing else; nothing for another text.
   [[nodiscard]] static std::optional<BigInt> FromDecimal(std::string_view text);
 
   [[nodiscard]] int sign() const noexcept { return sign_; }  // -1, 0 or 1
-  [[nodiscard]] const std::vector<std::uint32_t>& limbs() const noexcept { return limbs_; }
+  [[nodiscard]] const Limbs& limbs() const noexcept { return limbs_; }
 
   [[nodiscard]] BigInt Minus(const BigInt& other) const;
   [[nodiscard]] std::optional<std::int64_t> ToInt64() const noexcept;  // nothing: does not fit
@@ -36,8 +37,8 @@ class BigInt : public base::FromDefaultAllocator {
 
  private:
   int sign_ = 0;
-  std::vector<std::uint32_t> limbs_;  // magnitude, least significant first; empty for zero
-  std::string text_;
+  Limbs limbs_;  // magnitude, least significant first; empty for zero
+  base::HeapText text_;
 };
 
 }  // namespace TAVU::lumo

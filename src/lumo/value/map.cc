@@ -45,12 +45,17 @@ struct Map::Index {
   [[nodiscard]] Node** slots() noexcept { return reinterpret_cast<Node**>(this + 1); }
 
   // The entry with that key; null when there is none.
-  [[nodiscard]] Node* Find(const Value& key, std::uint32_t hash) {
+  [[nodiscard]] Node* Find(const Value& key, std::uint32_t hash) noexcept {
     std::size_t i = hash & mask;
     while (slots()[i] != nullptr && !(slots()[i]->hash == hash && AreEqual(slots()[i]->key, key))) {
       i = (i + 1) & mask;
     }
     return slots()[i];
+  }
+
+  void Empty() noexcept {
+    std::fill_n(last_of_bucket, kBucketCount, nullptr);
+    std::fill_n(slots(), mask + 1, nullptr);
   }
 
   void Add(Node* node) noexcept {
@@ -65,6 +70,7 @@ struct Map::Index {
 };
 
 Map::Map(const Map& other, CopyDepth depth) : Map() {
+  bool may_lose_big_integers = false;
   Node** link = &first_;
   for (const Node& entry : other) {
     Node& copy = Spare();
@@ -75,8 +81,26 @@ Map::Map(const Map& other, CopyDepth depth) : Map() {
     *link = std::exchange(spare_, nullptr);
     link = &copy.next;
     ++count_;
+    may_lose_big_integers = may_lose_big_integers || entry.key.type() > ValueType::kBinary;
   }
   if (count_ > kMostWithoutIndex) IndexFor(count_);
+  if (may_lose_big_integers && depth == CopyDepth::kDeep) InsertAnew();
+}
+
+// Takes all entries out and inserts them again, each bucket's oldest first. There is an index that
+// is large enough already, so that nothing fails with entries outside.
+void Map::InsertAnew() {
+  Node* oldest = nullptr;
+  while (first_ != nullptr) {
+    Node* node = std::exchange(first_, first_->next);
+    node->next = std::exchange(oldest, node);
+  }
+  count_ = 0;
+  if (index_ != nullptr) index_->Empty();
+  while (oldest != nullptr) {
+    spare_ = std::exchange(oldest, oldest->next);
+    static_cast<void>(InsertSpare());
+  }
 }
 
 bool Map::Insert(Value key, Value value) {
@@ -110,7 +134,7 @@ bool Map::InsertSpare() {
   return true;
 }
 
-const Map::Node* Map::Find(const Value& key) const {
+const Map::Node* Map::Find(const Value& key) const noexcept {
   const std::uint32_t hash = Hash(key, kInitialHash);
   return Find(key, hash, PlaceOf(BucketOf(hash)));
 }
@@ -137,7 +161,7 @@ Map::Place Map::PlaceOf(std::uint32_t bucket) const noexcept {
   return {before, node};
 }
 
-Map::Node* Map::Find(const Value& key, std::uint32_t hash, const Place& place) const {
+Map::Node* Map::Find(const Value& key, std::uint32_t hash, const Place& place) const noexcept {
   const bool hash_decides = HashDecides(key);
   if (index_ != nullptr && hash_decides) return index_->Find(key, hash);
   const std::uint32_t bucket = BucketOf(hash);

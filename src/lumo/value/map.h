@@ -44,7 +44,9 @@ class Map : public base::FromDefaultAllocator {
   };
 
   Map() noexcept = default;
-  Map(const Map& other, CopyDepth depth);  // the same entries in the same order
+  // The same entries in the same order. A deep copy of a key with a big integer in it has a null
+  // there; such keys are sorted in anew, and of those that have become equal one stays.
+  Map(const Map& other, CopyDepth depth);
   Map(const Map&) = delete;
   Map& operator=(const Map&) = delete;
   ~Map() { Clear(); }
@@ -54,8 +56,13 @@ class Map : public base::FromDefaultAllocator {
   bool Insert(Value key, Value value);
 
   // The entry with an equal key, or null. Valid until the map is cleared or destroyed.
-  [[nodiscard]] const Node* Find(const Value& key) const;
-  [[nodiscard]] const Node* Find(std::int32_t key) const { return Find(Value::Int(key)); }
+  [[nodiscard]] const Node* Find(const Value& key) const noexcept;
+  [[nodiscard]] const Node* Find(std::int32_t key) const noexcept { return Find(Value::Int(key)); }
+
+  // The entry with a key equal to that of `entry`, which belongs to another map; or null.
+  [[nodiscard]] const Node* FindTwin(const Node& entry) const noexcept {
+    return Find(entry.key, entry.hash, PlaceOf(entry.bucket));
+  }
 
   [[nodiscard]] std::size_t size() const noexcept { return count_; }
   [[nodiscard]] Iterator begin() const noexcept { return Iterator(first_); }
@@ -98,7 +105,8 @@ class Map : public base::FromDefaultAllocator {
 
   [[nodiscard]] Place PlaceOf(std::uint32_t bucket) const noexcept;
   // `place` is that of the hash's bucket.
-  [[nodiscard]] Node* Find(const Value& key, std::uint32_t hash, const Place& place) const;
+  [[nodiscard]] Node* Find(const Value& key, std::uint32_t hash, const Place& place) const noexcept;
+  void InsertAnew();
   void IndexFor(std::size_t count);
   Node& MakeSpare();
   void AddBlock(std::size_t size);

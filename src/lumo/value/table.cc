@@ -16,7 +16,7 @@ Table::~Table() {
 }
 
 void Table::AddColumn(std::string_view name, ValueType type) {
-  columns_.push_back({std::string(name), type});
+  columns_.push_back({base::HeapText(name), type});
 }
 
 List& Table::AddRow() {

@@ -3,11 +3,10 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "base/allocator.h"
+#include "base/heap_allocator.h"
 #include "lumo/value/list.h"
 #include "lumo/value/map.h"
 #include "lumo/value/value.h"
@@ -15,7 +14,7 @@
 namespace TAVU::lumo {
 
 struct ColumnInfo {
-  std::string name;
+  base::HeapText name;
   ValueType type = ValueType::kNull;  // declared; cells are not held to it
 };
 
@@ -40,9 +39,9 @@ class Table : public base::FromDefaultAllocator {
  private:
   friend class ContentRelease;
 
-  std::vector<ColumnInfo> columns_;
+  base::HeapVector<ColumnInfo> columns_;
   Map index_;  // travels with the table; no operation reads it
-  std::vector<List> rows_;
+  base::HeapVector<List> rows_;
   ColumnInfo no_column_;  // what access out of range gives
   List no_row_;
   Value no_cell_;
