@@ -193,6 +193,7 @@ def kills(count, seed):
                     while not any(host.acknowledged for host in hosts):
                         time.sleep(0.01)
                     time.sleep(chance.random() / 4)
+                    collector.status = -signal.SIGKILL
                     collector.process.send_signal(signal.SIGKILL)
                     collector.process.wait()
             for host in hosts:

@@ -307,18 +307,19 @@ class CollectorTest(unittest.TestCase):
                 peer.sendall(log_line("x" * 6000)[:-1])  # not even whole, and too much already
                 self.assertTrue(ends(peer))
                 collector.explanation(f"request larger than {len(request)} bytes")
-            # Each holds a block of 4 KiB and one of 8.
+            # Each holds a block of 4 KiB and one of 8, and a silent one the first.
             peers = []
-            for said in (None, None, None, None, None, "memory .*used up", "address has too many"):
+            for sent, said in ([(request[:-1], None)] * 5 + [(request[:-1], "memory .* is used up"),
+                               (b"", None), (request[:-1], "address has too many")]):
                 peers.append(open_peers.enter_context(collector.connect()))
-                peers[-1].sendall(request[:-1])
+                peers[-1].sendall(sent)
                 if said:
                     collector.explanation(f"given up to make room, 5... bytes of a request: .*{said}")
                     self.assertTrue(ends(peers.pop(0)))
             self.assertEqual(collector.send(request), SUCCESS)  # again the oldest makes room
             collector.explanation("given up to make room")
             self.assertTrue(all(map(ends, peers)))
-            for _ in peers[1:]:
+            for _ in range(4):
                 collector.explanation("idle inside a request, after 5... bytes")
         self.assertEqual(collector.unread[1], "")
 
