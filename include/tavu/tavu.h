@@ -473,8 +473,8 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetCustumInfoCallbackW(TAVU_HANDLE handle,
  * Not used while a callback is set, and overwritten by it. The A form converts with mbstowcs of
  * msvcrt.dll, not by the ANSI code page: in the locale of that runtime, which the library shares
  * with every host that is built on it. That is "C", with bytes above 127 as Latin-1, until somebody
- * in the process calls setlocale there; the text ends before a byte that the locale does not take.
- * The same goes for the text of an A callback.
+ * in the process calls setlocale there; a text that the locale does not take is cut, or empty. The
+ * same goes for the text of an A callback.
  * On failure:
  *   TAVU_ERROR_INVALID_HANDLE
  * Blocks: for the lock only.

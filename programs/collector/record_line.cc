@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "delivery/record_keys.h"
 #include "line_values.h"
 #include "lumo/value/map.h"
 #include "utf8.h"
@@ -13,25 +14,23 @@
 namespace TAVU::collector {
 namespace {
 
+using delivery::NumberOf;
+using delivery::RecordKey;
 using lumo::Value;
 using lumo::ValueType;
 
 enum class RecordKind : std::uint8_t { kLog, kFile, kCrash, kLuaDump, kUnknown };
 
-constexpr std::int32_t kKindKey = 5;
-constexpr std::int32_t kLogTypeKey = 4;
-
 constexpr struct {
   std::string_view code;
   RecordKind kind;
 } kKindCodes[] = {
-    {"0", RecordKind::kLog},
-    {"3", RecordKind::kLog},  // with extra data
-    {"1", RecordKind::kFile},
-    {"4", RecordKind::kLuaDump},
+    {delivery::record_kind::kLog, RecordKind::kLog},
+    {delivery::record_kind::kLogWithExtraData, RecordKind::kLog},
+    {delivery::record_kind::kUpload, RecordKind::kFile},
+    {delivery::record_kind::kLuaDump, RecordKind::kLuaDump},
 };
 constexpr std::string_view kKindNames[] = {"log", "file", "crash", "luadump", "unknown"};
-constexpr std::string_view kCrashLogType = "crash";
 
 enum class Form : std::uint8_t {
   kText,
@@ -46,30 +45,30 @@ constexpr std::optional<RecordKind> kAnyKind;
 // The fields in the order in which they stand in a line. One that means something else in one kind
 // of record has a row for that kind in front.
 constexpr struct Field {
-  std::int32_t key;
+  RecordKey key;
   Form form;
   std::optional<RecordKind> only_in;
   const char* name;
   const char* file_suffix = "";
 } kFields[] = {
-    {kKindKey, Form::kText, kAnyKind, "kind_code"},
-    {3, Form::kNumber, kAnyKind, "level"},
-    {kLogTypeKey, Form::kEncodedText, kAnyKind, "log_type"},
-    {8, Form::kEncodedText, kAnyKind, "message"},
-    {6, Form::kEncodedText, kAnyKind, "user_id"},
-    {1, Form::kText, kAnyKind, "software_id"},
-    {2, Form::kText, kAnyKind, "software_version"},
-    {7, Form::kText, kAnyKind, "local_address"},
-    {301, Form::kText, kAnyKind, "extra_data"},
-    {101, Form::kText, kAnyKind, "description"},
-    {102, Form::kFile, RecordKind::kCrash, "document", "crash.xml"},
-    {102, Form::kText, kAnyKind, "document"},
-    {103, Form::kFile, RecordKind::kCrash, "dump", "crash.dmp"},
-    {103, Form::kFile, kAnyKind, "content", "file.bin"},
-    {402, Form::kNumber, kAnyKind, "dump_number"},
-    {401, Form::kEncodedText, kAnyKind, "extra"},
-    {403, Form::kReadableFile, kAnyKind, "dump", "luadump.txt"},
-    {0, Form::kText, kAnyKind, "reserved"},
+    {RecordKey::kRecordKind, Form::kText, kAnyKind, "kind_code"},
+    {RecordKey::kLevel, Form::kNumber, kAnyKind, "level"},
+    {RecordKey::kLogType, Form::kEncodedText, kAnyKind, "log_type"},
+    {RecordKey::kMessage, Form::kEncodedText, kAnyKind, "message"},
+    {RecordKey::kUserId, Form::kEncodedText, kAnyKind, "user_id"},
+    {RecordKey::kSoftwareId, Form::kText, kAnyKind, "software_id"},
+    {RecordKey::kSoftwareVer, Form::kText, kAnyKind, "software_version"},
+    {RecordKey::kLocalAddress, Form::kText, kAnyKind, "local_address"},
+    {RecordKey::kExtraData, Form::kText, kAnyKind, "extra_data"},
+    {RecordKey::kDescription, Form::kText, kAnyKind, "description"},
+    {RecordKey::kDocument, Form::kFile, RecordKind::kCrash, "document", "crash.xml"},
+    {RecordKey::kDocument, Form::kText, kAnyKind, "document"},
+    {RecordKey::kContent, Form::kFile, RecordKind::kCrash, "dump", "crash.dmp"},
+    {RecordKey::kContent, Form::kFile, kAnyKind, "content", "file.bin"},
+    {RecordKey::kLuaDumpNumber, Form::kNumber, kAnyKind, "dump_number"},
+    {RecordKey::kLuaExtra, Form::kEncodedText, kAnyKind, "extra"},
+    {RecordKey::kLuaDump, Form::kReadableFile, kAnyKind, "dump", "luadump.txt"},
+    {RecordKey::kConstantZero, Form::kText, kAnyKind, "reserved"},
 };
 
 bool IsBytes(const Value& value) {
@@ -82,18 +81,19 @@ bool IsRecord(const Value& argument) {
   for (const lumo::Map::Node& entry : map) {
     if (entry.key.type() != ValueType::kInt) return false;
   }
-  const lumo::Map::Node* kind = map.Find(kKindKey);
+  const lumo::Map::Node* kind = map.Find(NumberOf(RecordKey::kRecordKind));
   return kind != nullptr && kind->value.type() == ValueType::kString;
 }
 
 RecordKind KindOf(const lumo::Map& record) {
-  const std::string_view code = record.Find(kKindKey)->value.text();
+  const std::string_view code = record.Find(NumberOf(RecordKey::kRecordKind))->value.text();
   const auto* found = std::find_if(std::begin(kKindCodes), std::end(kKindCodes),
                                    [code](const auto& entry) { return entry.code == code; });
   if (found == std::end(kKindCodes)) return RecordKind::kUnknown;
   // Files and crashes are sent as one kind; the log type tells them apart.
-  const lumo::Map::Node* type = record.Find(kLogTypeKey);
-  const bool crash = type != nullptr && IsBytes(type->value) && type->value.text() == kCrashLogType;
+  const lumo::Map::Node* type = record.Find(NumberOf(RecordKey::kLogType));
+  const bool crash =
+      type != nullptr && IsBytes(type->value) && type->value.text() == delivery::log_type::kCrash;
   return found->kind == RecordKind::kFile && crash ? RecordKind::kCrash : found->kind;
 }
 
@@ -142,7 +142,7 @@ class RecordWriter {
   void PutText(const Field& field, const Value& value, std::string_view shown) {
     const bool whole = values_.PutText(CutText(shown, kLongestText));
     if (whole && shown.size() <= kLongestText) return;
-    PutFile(field, value, "field-" + std::to_string(field.key) + ".txt");
+    PutFile(field, value, "field-" + std::to_string(NumberOf(field.key)) + ".txt");
   }
 
   // What a field that no table knows has to tell stands in the line under its number, and nowhere
@@ -178,13 +178,14 @@ void PutRecord(JsonText& line, LineValues& values, const lumo::Map& record,
   for (const Field& field : kFields) {
     if (!applies(field) || (previous != nullptr && previous->key == field.key)) continue;
     previous = &field;
-    const lumo::Map::Node* entry = record.Find(field.key);
+    const lumo::Map::Node* entry = record.Find(NumberOf(field.key));
     if (entry != nullptr) writer.Put(field, entry->value);
   }
   for (const lumo::Map::Node& entry : record) {
     const std::int32_t number = entry.key.int_value();
-    const bool known = std::any_of(std::begin(kFields), std::end(kFields),
-                                   [number](const Field& field) { return field.key == number; });
+    const bool known =
+        std::any_of(std::begin(kFields), std::end(kFields),
+                    [number](const Field& field) { return NumberOf(field.key) == number; });
     if (!known) writer.PutUnknown(number, entry.value);
   }
 }

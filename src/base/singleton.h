@@ -10,7 +10,7 @@
 
 namespace TAVU::base {
 
-// Throws std::logic_error with the one text, kept to the letter, by which this fault is known:
+// Throws std::logic_error with the one text by which this fault is known in logs:
 // "[Corvane::KTL::Singleton] Dead reference detected."
 [[noreturn]] void ThrowDeadReference();
 

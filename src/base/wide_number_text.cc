@@ -34,6 +34,13 @@ void AppendAddress(std::wstring& text, std::uint64_t address) {
   AppendHex(text, static_cast<std::uint32_t>(address), HexDigits::kUpper, 8);
 }
 
+wchar_t* WriteDigits(wchar_t* to, std::uint32_t value, std::size_t count) noexcept {
+  for (std::size_t i = count; i > 0; --i, value /= 10) {
+    to[i - 1] = static_cast<wchar_t>(L'0' + value % 10);
+  }
+  return to + count;
+}
+
 void AppendSigned(std::wstring& text, std::uint32_t value) {
   if (static_cast<std::int32_t>(value) < 0) {
     text.push_back(L'-');

@@ -18,6 +18,10 @@ void AppendHex(std::wstring& text, std::uint32_t value, HexDigits digits,
 // "0x" and eight upper-case digits: the form of addresses, of which the low 32 bits are told.
 void AppendAddress(std::wstring& text, std::uint64_t address);
 
+// Exactly `count` digits of a number that has no more, at `to`, for texts that are made already.
+// Returns the place after them.
+wchar_t* WriteDigits(wchar_t* to, std::uint32_t value, std::size_t count) noexcept;
+
 // The same 32 bits read as a signed number.
 void AppendSigned(std::wstring& text, std::uint32_t value);
 

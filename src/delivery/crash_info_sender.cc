@@ -9,7 +9,6 @@ namespace TAVU::delivery {
 namespace {
 
 constexpr std::int32_t kCrashLevel = 0;
-constexpr std::string_view kCrashLogType = "crash";  // percent-encoding leaves it as it is
 
 std::string_view AsText(std::span<const std::byte> bytes) noexcept {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -32,7 +31,7 @@ SendResult SendCrashInfo(const api::ApiLock::Guard& held, api::InstanceRecord& i
   if (!dump) return SendResult::kFileUnreadable;
   PutField(record, RecordKey::kContent, lumo::Value::BorrowBinary(*dump));
 
-  return SendRecord(held, record, instance, {kCrashLevel, kCrashLogType, upload.message},
+  return SendRecord(held, record, instance, {kCrashLevel, log_type::kCrash, upload.message},
                     QTC::Protocol::kTcp);
 }
 

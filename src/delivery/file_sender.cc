@@ -7,7 +7,6 @@ namespace TAVU::delivery {
 namespace {
 
 constexpr std::int32_t kFileLevel = 5;
-constexpr std::string_view kFileLogType = "customfile";
 // Stands where a crash has its document.
 constexpr std::string_view kEmptyDocument = "<root></root>";
 
@@ -29,7 +28,7 @@ SendResult SendFile(const api::ApiLock::Guard& held, api::InstanceRecord& instan
   PutField(record, RecordKey::kContent, ContentValue(upload.content));
   const std::string_view message =
       upload.message.empty() ? kStandIn : std::string_view(upload.message);
-  return SendRecord(held, record, instance, {kFileLevel, kFileLogType, message},
+  return SendRecord(held, record, instance, {kFileLevel, log_type::kFile, message},
                     QTC::Protocol::kTcp);
 }
 

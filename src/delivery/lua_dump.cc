@@ -58,7 +58,7 @@ lumo::Value BuildLuaDumpRecord(const LuaDump& dump) {
   PutNumber(record, RecordKey::kSoftwareId, dump.softwareIdNumber);
   PutNumber(record, RecordKey::kSoftwareVer, dump.softwareVerNumber);
   PutText(record, RecordKey::kLevel, kLevelDigits[0]);
-  PutText(record, RecordKey::kLogType, "LuaDump");
+  PutText(record, RecordKey::kLogType, log_type::kLuaDump);
   PutText(record, RecordKey::kRecordKind, record_kind::kLuaDump);
   PutText(record, RecordKey::kUserId, dump.user ? CopyOrStandIn(record, *dump.user) : kNoUser);
   PutText(record, RecordKey::kLocalAddress, "0.0.0.0");

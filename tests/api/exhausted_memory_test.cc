@@ -8,7 +8,7 @@
 
 #include "api/frame/instance_record.h"
 #include "api/frame/last_error.h"
-#include "crash/filter/crash_handler.h"
+#include "crash/crash_handler.h"
 #include "delivery/host.h"
 #include "support/scripted_server.h"
 
@@ -42,10 +42,11 @@ constexpr const wchar_t* kLongWide = L"0123456789012345678901234567890123456789"
 // All that exports change of an instance and of the crash handler.
 auto StateOf(TAVU_HANDLE handle) {
   const auto& record = *reinterpret_cast<const TAVU::api::InstanceRecord*>(handle);
-  const auto& crash = TAVU::crash::CrashHandler::Get();
+  const auto& crash = TAVU::crash::CrashHandler::Get(TAVU::api::ApiLock::Guard());
   return std::tuple(record.serverHost, record.serverPort, record.userIdEncoded, record.userId,
                     record.appRestart, record.appExecuteCmd, record.refCount.load(),
-                    crash.reporterPath, crash.appExeFile, crash.tempPath, crash.ownerHandle);
+                    crash.reporterPath, crash.appExeFile, crash.files.dumpPath(),
+                    crash.installation.owner());
 }
 
 // Calls with the first allocation failing, then with the second, until a call makes fewer; `failed`

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <clocale>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -16,7 +17,6 @@
 #include "crash/document/stack_walk.h"
 #include "crash/document/xml_writer.h"
 #include "crash/files/crash_files.h"
-#include "crash/filter/crash_handler.h"
 #include "crash/launch/reporter_command_line.h"
 #include "support/vectors.h"
 
@@ -84,9 +84,12 @@ TEST(Texts, AreThoseOfTheReference) {
   for (const Json& c : vectors["crash_files"]) {
     const auto part = [&](std::size_t i) { return c["local_time"][i].get<WORD>(); };
     const SYSTEMTIME time = {part(0), part(1), 0, part(2), part(3), part(4), part(5), 999};
-    const CrashFiles files = NameCrashFiles(Wide(c["temp_path"]), Wide(c["app_exe_file"]), time);
-    EXPECT_EQ(files.dumpPath, Wide(c["dump"]));
-    EXPECT_EQ(files.infoPath, Wide(c["info"]));
+    CrashFiles files(Wide(c["temp_path"]), Wide(c["app_exe_file"]));
+    for (const SYSTEMTIME& each : {SYSTEMTIME{9999, 12, 0, 31, 23, 59, 59, 0}, time}) {
+      files.SetTime(each);  // the second crash of a process has its own names
+    }
+    EXPECT_EQ(files.dumpPath(), Wide(c["dump"]));
+    EXPECT_EQ(files.infoPath(), Wide(c["info"]));
   }
   for (const Json& c : vectors["restart_command_line"]) {
     const auto& given = c["given"];
@@ -127,7 +130,7 @@ TEST(Exception, IsDescribed) {
                          const std::string& description) {
     EXCEPTION_RECORD record = {code, 0, nullptr, const_cast<void*>(address), 2, {kind, target}};
     EXCEPTION_POINTERS pointers = {&record, nullptr};
-    EXPECT_EQ(Written(*BuildException(&pointers)),
+    EXPECT_EQ(Written(*BuildException(api::ApiLock::Guard(), &pointers)),
               "<exception" + Addr(address) + description + "></exception>\n");
   };
   const std::string violation = " type=\"EXCEPTION_ACCESS_VIOLATION\"";
@@ -155,7 +158,7 @@ std::string Walk(const void* frame) {
   EXCEPTION_RECORD record = {.ExceptionAddress = const_cast<void*>(here)};
   CONTEXT context = {.Rbp = reinterpret_cast<std::uintptr_t>(frame)};
   EXCEPTION_POINTERS pointers = {&record, &context};
-  const std::string all = Written(*BuildCallStack(&pointers));
+  const std::string all = Written(*BuildCallStack(api::ApiLock::Guard(), &pointers));
   const std::size_t begin = all.find('\n') + 1;
   return all.substr(begin, all.rfind("</call_stack>") - begin);
 }
@@ -201,52 +204,79 @@ TEST(StackWalk, EndsAtDamage) {
   EXPECT_NE(region.Protect & PAGE_GUARD, 0u) << "the walk took the guard off";
 }
 
-// Calls BuildCallStack(nullptr) from a frame of the plainest form and returns its own return
+// Calls BuildCallStack(held, nullptr) from a frame of the plainest form and returns its own return
 // address. Its first argument is where the result goes, as in BuildCallStack itself.
-[[gnu::naked]] const void* WalkFromPlainFrame(void* /*result*/, void* /*null*/) {
+[[gnu::naked]] const void* WalkFromPlainFrame(void* /*result*/, const api::ApiLock::Guard* /*held*/,
+                                              void* /*null*/) {
   asm("pushq %%rbp; movq %%rsp, %%rbp; subq $32, %%rsp; call %c0; movq 8(%%rbp), %%rax; leave; "
       "ret" ::"i"(&BuildCallStack));
 }
 
-TEST(StackWalk, WithoutExceptionStartsBehindItsCaller) {
+TEST(StackWalk, WithoutExceptionStartsAfterItsCaller) {
   std::unique_ptr<XmlNode> stack;
-  const std::string first = "\t<function" + Addr(WalkFromPlainFrame(&stack, nullptr)) + " params=";
+  const api::ApiLock::Guard held;
+  const std::string first =
+      "\t<function" + Addr(WalkFromPlainFrame(&stack, &held, nullptr)) + " params=";
   EXPECT_TRUE(Written(*stack).starts_with("<call_stack>\n" + first)) << Written(*stack);
 }
 
 struct Host {
   template <DWORD code, typename Unit>
-  static bool Raise(Unit* /*buffer*/, std::int32_t /*capacity*/) {
+  static TAVU_FLAG Raise(Unit* /*buffer*/, std::int32_t /*capacity*/) {
     ::RaiseException(code, EXCEPTION_NONCONTINUABLE, 0, nullptr);
-    return true;
+    return 1;
   }
-  static bool Fill(wchar_t* buffer, std::int32_t capacity) {  // and leaves no terminator
+  static TAVU_FLAG Fill(wchar_t* buffer, std::int32_t capacity) {  // and leaves no terminator
     return std::wmemset(buffer, L'w', 4096) != nullptr && capacity == 4095;
   }
-  static bool Narrow(char* buffer, std::int32_t capacity) {
-    return std::strcpy(buffer, "n&<") != nullptr && capacity == 4095;
+  static TAVU_FLAG FillNarrow(char* buffer, std::int32_t capacity) {
+    return std::memset(buffer, 'n', 4096) != nullptr && capacity == 4095;
   }
-  static bool Refuse(wchar_t* buffer, std::int32_t /*capacity*/) { return !(*buffer = L'r'); }
-  static bool Empty(char* buffer, std::int32_t /*capacity*/) { return (*buffer = 0) == 0; }
+  static TAVU_FLAG Refuse(wchar_t* buffer, std::int32_t /*capacity*/) { return !(*buffer = L'r'); }
+  static TAVU_FLAG Empty(char* buffer, std::int32_t /*capacity*/) { return (*buffer = 0) == 0; }
 };
 
-std::wstring CustomInfo(CustomInfoCallbackW wide, CustomInfoCallbackA narrow) {
-  CrashHandler& handler = CrashHandler::Get();
-  handler.customInfoCallbackW = wide;
-  handler.customInfoCallbackA = narrow;
-  std::wcscpy(handler.additionalInfo.data(), L"s & <t>");
-  const auto node = BuildCustomInfo();
-  return node ? node->text() : L"none";
-}
+TEST(CustomInfo, ComesFromTheHostsFunctionOrTheStoredText) {
+  CustomInfo info;
+  const auto text = [&info] {
+    const auto node = info.Build();
+    return node ? node->text() : L"none";
+  };
+  EXPECT_EQ(text(), L"none");
+  info.SetText(std::wstring(5000, L'x').c_str());
+  EXPECT_EQ(text(), std::wstring(4095, L'x'));
+  info.SetText(std::string(5000, 'y').c_str());
+  EXPECT_EQ(text(), std::wstring(4095, L'y'));
+  info.SetText("\x80 \xE9");
+  EXPECT_EQ(text(), L"\u0080 \u00e9") << "Latin-1 in the locale \"C\", whatever the code page";
+  ASSERT_NE(std::setlocale(LC_CTYPE, "Japanese_Japan.932"), nullptr);
+  info.SetText("\x82\xA0");
+  EXPECT_EQ(text(), L"\u3042");
+  info.SetText("\x82");  // half a character
+  EXPECT_EQ(text(), L"none") << "of the text before";
+  std::setlocale(LC_CTYPE, "C");
+  info.SetText(static_cast<const wchar_t*>(nullptr));
+  EXPECT_EQ(text(), L"none");
 
-TEST(CustomInfo, ComesFromCallbackOrStore) {
-  EXPECT_EQ(CustomInfo(Host::Fill, nullptr), std::wstring(4095, L'w'));
-  EXPECT_EQ(CustomInfo(nullptr, Host::Narrow), L"n&<");
-  EXPECT_EQ(CustomInfo(Host::Refuse, nullptr), L"none");
-  EXPECT_EQ(CustomInfo(nullptr, Host::Empty), L"none");
-  EXPECT_EQ(CustomInfo(Host::Raise<0xE06D7363>, nullptr), L"none") << "throw of Visual C++";
-  EXPECT_EQ(CustomInfo(nullptr, Host::Raise<0x20474343>), L"none") << "throw of GCC";
-  EXPECT_EQ(CustomInfo(nullptr, nullptr), L"s & <t>");
+  // Each replaces the one before.
+  info.SetText("s & <t>");
+  info.SetNarrowCallback(Host::FillNarrow);
+  info.SetWideCallback(Host::Fill);
+  EXPECT_EQ(text(), std::wstring(4095, L'w'));
+  info.SetNarrowCallback(Host::FillNarrow);
+  EXPECT_EQ(text(), std::wstring(4095, L'n'));
+  info.SetNarrowCallback(Host::Empty);
+  EXPECT_EQ(text(), L"none");
+  info.SetWideCallback(Host::Refuse);
+  EXPECT_EQ(text(), L"none");
+  info.SetWideCallback(Host::Raise<0xE06D7363>);
+  EXPECT_EQ(text(), L"none") << "throw of Visual C++";
+  info.SetNarrowCallback(Host::Raise<0x20474343>);
+  EXPECT_EQ(text(), L"none") << "throw of GCC";
+  info.SetText("s & <t>");
+  EXPECT_EQ(text(), L"none") << "not used while a function is set";
+  info.SetWideCallback(nullptr);
+  EXPECT_EQ(text(), L"s & <t>");
 }
 
 TEST(ModuleList, KeepsWhatAModuleDoesNotGive) {
@@ -254,8 +284,9 @@ TEST(ModuleList, KeepsWhatAModuleDoesNotGive) {
   ::CopyFileW(L"crash_bare_module.dll", L"gone & away.dll", FALSE);
   ASSERT_NE(::LoadLibraryW(L"gone & away.dll"), nullptr);
   ASSERT_TRUE(::MoveFileExW(L"gone & away.dll", L"moved.dll", MOVEFILE_REPLACE_EXISTING));
-  ASSERT_TRUE(BuildCrashInfoDocument(nullptr, L"document.xml"));
-  EXPECT_EQ(CrashHandler::Get().versionLibrary, nullptr);
+  CustomInfo none;
+  ASSERT_EQ(BuildCrashInfoDocument(api::ApiLock::Guard(), nullptr, none, L"document.xml"),
+            DocumentResult::kWritten);
   const std::string document = ReadFile("document.xml");
   // The second keeps what the first gave. CTest runs this in the zone of Shanghai.
   const std::string facts = " file_size=\"" +

@@ -126,6 +126,23 @@ struct Commands {
   static bool Do(Text /*text*/) {
     return function(current, arguments...);
   }
+  template <auto function>
+  static bool SetNarrow(Text text) {
+    char narrow[256] = {};
+    ::WideCharToMultiByte(CP_ACP, 0, text.c_str(), -1, narrow, 255, nullptr, nullptr);
+    return function(current, narrow);
+  }
+  // The flag as a byte, which callers without C's bool may give.
+  template <auto function, unsigned char flag>
+  static bool SetFlag(Text /*text*/) {
+    return reinterpret_cast<bool (*)(TAVU_HANDLE, unsigned char)>(function)(current, flag);
+  }
+  static bool RemoveFilter(Text /*text*/) {
+    return ::SetUnhandledExceptionFilter(nullptr) != nullptr;
+  }
+  static bool GiveNarrowText(char* buffer, std::int32_t capacity) {
+    return std::snprintf(buffer, 64, "asked in 8 bits <%d> \xE9", capacity) > 0;
+  }
   static bool GiveText(wchar_t* buffer, std::int32_t capacity) {
     return std::swprintf(buffer, 64, L"asked & <%d> \u00e9", capacity) > 0;
   }
@@ -144,11 +161,16 @@ const struct Command {
     {L"user", Commands::Set<TAVU_SetUserIDW>},
     {L"server", Commands::SetServer},
     {L"keep", Commands::Do<TAVU_DeleteLocalDumpFile, false>},
-    {L"auto", Commands::Do<TAVU_SetAutoReport, true>},
+    {L"delete", Commands::SetFlag<&TAVU_DeleteLocalDumpFile, 2>},
+    {L"auto", Commands::SetFlag<&TAVU_SetAutoReport, 0x80>},
     {L"lang", [](Text text) { return TAVU_SetReporterLanguage(current, std::stoul(text)); }},
     {L"restart", Commands::Set<TAVU_SetAppRestartW, true>},
     {L"reporter", Commands::Set<TAVU_SetCustumCrashReporterPathW>},
+    {L"reporterA", Commands::SetNarrow<TAVU_SetCustumCrashReporterPathA>},
+    {L"infoA", Commands::SetNarrow<TAVU_UpdateAdditionalCrashInfoA>},
     {L"info", Commands::Set<TAVU_UpdateAdditionalCrashInfoW>},
+    {L"askA", Commands::Do<TAVU_SetCustumInfoCallbackA, Commands::GiveNarrowText>},
+    {L"no-filter", Commands::RemoveFilter},
     {L"ask", Commands::Do<TAVU_SetCustumInfoCallbackW, Commands::GiveText>},
     {L"throw-when-asked", Commands::Do<TAVU_SetCustumInfoCallbackW, Commands::Throw>},
     {L"temp", [](Text text) { return ::SetEnvironmentVariableW(L"TMP", text.c_str()) != 0; }},

@@ -1,37 +1,15 @@
-// The filter's installation and guard, and the sequence when memory runs out. The program is linked
-// so low in memory that the guard's jump reaches from Wine's kernel32 to it.
+// The filter's installation and guard. The program is linked so low in memory that the guard's jump
+// reaches from Wine's kernel32 to it.
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <array>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
 
 #include "api/frame/api_lock.h"
-#include "api/frame/instance_registry.h"
-#include "api/frame/last_error.h"
 #include "crash/filter/crash_filter.h"
-#include "crash/filter/crash_handler.h"
 #include "crash/filter/filter_guard.h"
 #include "crash/filter/filter_installation.h"
-
-namespace {
-long allocations_left = -1;  // negative: no limit
-}
-
-void* operator new(std::size_t size) {
-  if (allocations_left == 0) throw std::bad_alloc();
-  if (allocations_left > 0) --allocations_left;
-  return std::malloc(size);
-}
-void operator delete(void* block) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
-}
 
 namespace TAVU::crash {
 namespace {
@@ -56,80 +34,55 @@ Entry Patch() {
   return patch;
 }
 
-// The result of a step, and the code that it left: 7 when it set none.
-using Result = std::pair<bool, std::uint32_t>;
-constexpr Result kDone = {true, 7}, kNothing = {false, 7}, kRefused = {false, 102};
-Result Take(bool (*step)(api::Handle), api::Handle handle) {
-  api::SetLastErrorCode(7);
-  const bool done = step(handle);
-  return {done, api::GetLastErrorCode()};
-}
-Result Install(api::Handle handle) {
-  return Take([](api::Handle owner) { return InstallCrashFilter(owner, &CrashFilter); }, handle);
-}
-Result Uninstall(api::Handle handle) {
-  return Take(&UninstallCrashFilter, handle);
+void WriteEntry(const Entry& bytes) {
+  ASSERT_TRUE(::WriteProcessMemory(::GetCurrentProcess(), entry, &bytes, sizeof bytes, nullptr));
 }
 
 TEST(Installation, IsGuardedOwnedAndUndone) {
-  api::LastErrorSlot::AttachProcess();
+  const api::ApiLock::Guard held;
+  FilterInstallation installation;
   ::SetUnhandledExceptionFilter(&FilterOfHost);
   const Entry before = *entry;
-  EXPECT_EQ(Uninstall(0), kNothing) << "nothing installed";
+  EXPECT_FALSE(installation.Uninstall(held, 0)) << "nothing installed";
   for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(RestoreSetUnhandledExceptionFilter(), 0) << "nothing patched";
-    EXPECT_EQ(Install(1), kDone);
+    EXPECT_EQ(installation.Install(held, 1, &CrashFilter), InstallResult::kInstalled);
+    EXPECT_EQ(installation.owner(), 1u);
     EXPECT_EQ(*entry, Patch());
     EXPECT_EQ(::SetUnhandledExceptionFilter(&FilterOfOther), nullptr) << "not turned away";
-    EXPECT_EQ(Install(1), kRefused);
-    EXPECT_EQ(Install(2), kRefused);
-    EXPECT_EQ(Uninstall(2), kNothing) << "not the owner";
-    EXPECT_EQ(Uninstall(1), kDone);
+    for (const api::Handle owner : {1u, 2u}) {
+      EXPECT_EQ(installation.Install(held, owner, &CrashFilter), InstallResult::kOccupied);
+    }
+    EXPECT_FALSE(installation.Uninstall(held, 2)) << "not the owner";
+    EXPECT_TRUE(installation.Uninstall(held, 1));
     EXPECT_EQ(*entry, before);
     EXPECT_EQ(::SetUnhandledExceptionFilter(&FilterOfHost), &FilterOfHost) << "not put back";
   }
 }
 
 TEST(Installation, WithoutAFilterBeforeNobodyOwnsIt) {
+  const api::ApiLock::Guard held;
+  FilterInstallation installation;
   ::SetUnhandledExceptionFilter(nullptr);
   const Entry before = *entry;
-  EXPECT_EQ(Install(1), kNothing);
-  EXPECT_EQ(Uninstall(1), kNothing);
+  EXPECT_EQ(installation.Install(held, 1, &CrashFilter), InstallResult::kOrphaned);
+  EXPECT_EQ(installation.owner(), 0u);
+  EXPECT_FALSE(installation.Uninstall(held, 1) || installation.Uninstall(held, 0));
   EXPECT_EQ(*entry, Patch());
-  EXPECT_EQ(Install(2), kNothing) << "its call lands in the guard";
-  CrashHandler& handler = CrashHandler::Get();
-  EXPECT_EQ(std::memcmp(handler.savedEntryBytes.data(), entry, sizeof before), 0) << "own patch";
+  EXPECT_EQ(installation.Install(held, 2, &CrashFilter), InstallResult::kOrphaned)
+      << "its call lands in the guard";
   // Back to the beginning, past the library: the filter in place is still the one of the library.
-  ASSERT_TRUE(::WriteProcessMemory(::GetCurrentProcess(), entry, &before, sizeof before, nullptr));
-  handler.entryPatched = false;
+  WriteEntry(before);
   EXPECT_EQ(::SetUnhandledExceptionFilter(&FilterOfHost), &CrashFilter);
 }
 
-TEST(Sequence, ExhaustedMemoryCostsOnlyWhatNeedsIt) {
-  CrashHandler& handler = CrashHandler::Get();
-  handler.appExeFile = L"exhausted";
-  handler.tempPath = L".\\";
-  handler.reporterPath = L"no such folder";
-  auto record = std::make_unique<api::InstanceRecord>();
-  record->deleteLocalDumpFile = false;
-  record->appRestart = true;
-  handler.ownerHandle =
-      api::InstanceRegistry::Get().RegisterInstance(api::ApiLock::Guard(), std::move(record));
-  EXCEPTION_RECORD exception = {};
-  CONTEXT context = {};
-  ::RtlCaptureContext(&context);
-  EXCEPTION_POINTERS pointers = {&exception, &context};
-
-  for (const long allocations : {0L, 64L}) {  // not even the names; all but the document
-    allocations_left = allocations;
-    const LONG result = CrashFilter(&pointers);
-    allocations_left = -1;
-    EXPECT_EQ(result, EXCEPTION_EXECUTE_HANDLER);
-    const api::ApiLock::Guard free_again;
-    WIN32_FIND_DATAW found = {};
-    ::FindClose(::FindFirstFileW(L"exhausted_*_Crash.dmp", &found));
-    EXPECT_EQ(::DeleteFileW(found.cFileName), allocations > 0);
-  }
+TEST(Guard, PatchedTwiceKeepsItsOwnPatch) {
+  const Entry before = *entry;
+  FilterGuard guard;
+  EXPECT_EQ(guard.Restore(), 0) << "nothing patched";
+  EXPECT_TRUE(guard.Patch() && guard.Patch() && guard.Restore());
+  EXPECT_EQ(*entry, Patch());
+  EXPECT_EQ(guard.Restore(), 0) << "once only";
+  WriteEntry(before);
 }
 
 }  // namespace

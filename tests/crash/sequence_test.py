@@ -194,23 +194,31 @@ $""")
         self.assertEqual(crash.seen, {})
 
     def test_who_reports(self):
-        cases = (  # commands | results | whether the crash is reported
+        cases = (  # commands | results | the host's own text, if the crash is reported
             ('create|start|start|create|start|stop|info=stored & <raw>|destroy',
-             ['1 0', '0 102', '1 102', '0 102', '0 102', '1 102', '1 102'], True),
+             ['1 0', '0 102', '1 102', '0 102', '0 102', '1 102', '1 102'], 'stored & <raw>'),
             ('create|guarded|start|guarded|stop|guarded|start|destroy',
-             ['0 0', '1 0', '1 0', '1 0', '0 0', '1 0', '1 0'], False),
-            ('create|start|reporter=C:\\nowhere|restart=x', ['1 0'] * 3, False),
+             ['0 0', '1 0', '1 0', '1 0', '0 0', '1 0', '1 0'], None),
+            ('create|start|reporter=C:\\nowhere|restart=x', ['1 0'] * 3, None),
+            ('create|no-filter|start', ['1 0', '0 0'], None),
+            # A start resets the folder; each form of the callback replaces the other.
+            ('create|reporter=C:\\nowhere|start|ask|askA|keep|delete', ['1 0'] * 6,
+             'asked in 8 bits <4095> \u00e9'),
+            ('create|start|askA|ask', ['1 0'] * 3, 'asked & <4095> \u00e9'),
+            # The folder by the code page, the text by the C runtime.
+            ('create|start|reporterA={reporter}|infoA=\u20ac', ['1 0'] * 3, '\u0080'),
         )
-        for commands, results, reported in cases:
+        for commands, results, text in cases:
             with self.subTest(commands):
-                crash = self.crash(commands + '|read')
+                crash = self.crash(commands + '|read',
+                                   reporter='own \u20ac' if '{reporter}' in commands else '')
                 self.assertEqual([line.split(' = ')[1] for line in crash.lines[2:]][
                     :len(results)], results)
                 self.assertEqual((crash.report is not None, crash.status, crash.left),
-                                 (reported, 5, []))
-                if reported:  # without the library for dumps
+                                 (text is not None, 5, []))
+                if text is not None:  # without the library for dumps
                     self.assertEqual(list(crash.seen), ['CrashInfo.xml'])
-                    self.assertIn(b'<custom_info>stored & <raw></custom_info>', crash.document())
+                    self.assertIn(f'<custom_info>{text}</custom_info>'.encode(), crash.document())
 
     def test_crash_while_a_thread_is_inside_an_export(self):
         def expect_no_evidence(host, temp):

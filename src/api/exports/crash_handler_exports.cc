@@ -1,17 +1,15 @@
 // Start and stop of the crash handler, and what the whole process shares of it.
 #include <windows.h>
 
+#include <cstddef>
 #include <cstdlib>
-#include <cwchar>
-#include <optional>
 #include <string>
 #include <utility>
 
 #include "api/frame/export_frame.h"
 #include "api/frame/host_text.h"
+#include "crash/crash_handler.h"
 #include "crash/filter/crash_filter.h"
-#include "crash/filter/crash_handler.h"
-#include "crash/filter/filter_installation.h"
 
 namespace TAVU::api {
 namespace {
@@ -21,24 +19,27 @@ using crash::CrashHandler;
 struct HostPaths {
   std::wstring executable;  // base name, without folder and extension
   std::wstring folder;      // of the executable, drive included; ends in a backslash
-  std::wstring temporary;   // ends in a backslash
+  crash::CrashFiles files;  // in the temporary folder
 };
 
-// Nothing when the system cannot tell. May throw std::bad_alloc.
-std::optional<HostPaths> FindHostPaths() {
+// False when the system cannot tell. May throw std::bad_alloc.
+bool FindHostPaths(HostPaths& paths) {
   constexpr std::size_t kCapacity = MAX_PATH + 1;
   wchar_t path[kCapacity] = {};
-  if (::GetModuleFileNameW(nullptr, path, kCapacity) == 0) return std::nullopt;
+  if (::GetModuleFileNameW(nullptr, path, kCapacity) == 0) return false;
   wchar_t drive[kCapacity] = {};
   wchar_t folder[kCapacity] = {};
   wchar_t name[kCapacity] = {};
   if (::_wsplitpath_s(path, drive, kCapacity, folder, kCapacity, name, kCapacity, nullptr, 0) !=
       0) {
-    return std::nullopt;
+    return false;
   }
   wchar_t temporary[kCapacity] = {};
-  if (::GetTempPathW(kCapacity, temporary) == 0) return std::nullopt;
-  return HostPaths{name, std::wstring(drive) + folder, temporary};
+  if (::GetTempPathW(kCapacity, temporary) == 0) return false;
+  paths.executable = name;
+  paths.folder.append(drive).append(folder);
+  paths.files = crash::CrashFiles(temporary, name);
+  return true;
 }
 
 // For what any instance may set for the whole process: runs body(the crash handler) if the handle
@@ -48,7 +49,7 @@ bool ChangeCrashHandler(TAVU_HANDLE handle, Body&& body) noexcept {
   return RunExport([&](const ApiLock::Guard& held) {
     const PinnedInstance instance(held, HandleOf(handle));
     if (!instance) return Fail(ErrorCode::kInvalidHandle);
-    body(CrashHandler::Get());
+    body(CrashHandler::Get(held));
     return true;
   });
 }
@@ -59,48 +60,45 @@ bool SetReporterPath(TAVU_HANDLE handle, const Char* folder) noexcept {
       handle, [&](CrashHandler& handler) { handler.reporterPath = WideOrEmpty(folder); });
 }
 
+// At most one of the two is not null.
 bool SetInfoCallbacks(TAVU_HANDLE handle, TAVU_CustumInfoCallbackW wide,
                       TAVU_CustumInfoCallbackA narrow) noexcept {
   return ChangeCrashHandler(handle, [&](CrashHandler& handler) {
-    handler.customInfoCallbackW = wide;
-    handler.customInfoCallbackA = narrow;
+    handler.customInfo.SetWideCallback(wide);
+    if (narrow != nullptr) handler.customInfo.SetNarrowCallback(narrow);
   });
-}
-
-// The array is zeros by now and `text` not null. Nothing is written behind the last but one unit: a
-// copy that stops there, or at a byte that the locale refuses, is terminated all the same.
-void CopyInfo(const char* text, wchar_t* info) noexcept {
-  static_cast<void>(std::mbstowcs(info, text, crash::kAdditionalInfoCapacity - 1));
-}
-
-void CopyInfo(const wchar_t* text, wchar_t* info) noexcept {
-  static_cast<void>(std::wcsncpy(info, text, crash::kAdditionalInfoCapacity - 1));
 }
 
 template <typename Char>
 bool UpdateAdditionalInfo(TAVU_HANDLE handle, const Char* text) noexcept {
-  return ChangeCrashHandler(handle, [&](CrashHandler& handler) {
-    handler.additionalInfo.fill(0);
-    if (text != nullptr) CopyInfo(text, handler.additionalInfo.data());
-  });
+  return ChangeCrashHandler(handle,
+                            [&](CrashHandler& handler) { handler.customInfo.SetText(text); });
 }
 
 bool StartCrashHandler(TAVU_HANDLE handle) noexcept {
   return RunExport([&](const ApiLock::Guard& held) {
     PinnedInstance instance(held, HandleOf(handle));
     if (!instance) return Fail(ErrorCode::kInvalidHandle);
-    std::optional<HostPaths> paths = FindHostPaths();
-    if (!paths) {
-      instance.KeepPinned();  // required: after this failure the handle outlives its destruction
+    HostPaths paths;
+    if (!FindHostPaths(paths)) {
+      // Hosts that give the handle up after this failure go on using it, which works once more.
+      instance.KeepPinned();
       return Fail(ErrorCode::kModulePath);
     }
-    // A refusal leaves the code that the installation has set, or none.
-    if (!crash::InstallCrashFilter(HandleOf(handle), &crash::CrashFilter)) return false;
-    CrashHandler& handler = CrashHandler::Get();
-    handler.appExeFile = std::move(paths->executable);
-    // Required: a folder that the host chose before gives way; one chosen from now on counts.
-    handler.reporterPath = std::move(paths->folder);
-    handler.tempPath = std::move(paths->temporary);
+    CrashHandler& handler = CrashHandler::Get(held);
+    switch (handler.installation.Install(held, HandleOf(handle), &crash::CrashFilter)) {
+      case crash::InstallResult::kOccupied:
+        return Fail(ErrorCode::kCrashHandler);
+      case crash::InstallResult::kOrphaned:
+        return false;  // without a code: hosts tell this failure from the others by that
+      case crash::InstallResult::kInstalled:
+        break;
+    }
+    handler.appExeFile = std::move(paths.executable);
+    // A folder that the host chose before gives way, so that a start always finds the reporter that
+    // was shipped beside the executable; one chosen from now on counts.
+    handler.reporterPath = std::move(paths.folder);
+    handler.files = std::move(paths.files);
     return true;
   });
 }
@@ -109,7 +107,8 @@ bool StopCrashHandler(TAVU_HANDLE handle) noexcept {
   return RunExport([&](const ApiLock::Guard& held) {
     const PinnedInstance instance(held, HandleOf(handle));
     if (!instance) return Fail(ErrorCode::kInvalidHandle);
-    return crash::UninstallCrashFilter(HandleOf(handle));  // required: a refusal sets no code
+    // A refusal sets no code: the code of an earlier failure stays for the host to read.
+    return CrashHandler::Get(held).installation.Uninstall(held, HandleOf(handle));
   });
 }
 

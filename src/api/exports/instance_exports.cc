@@ -4,7 +4,7 @@
 
 #include "api/frame/export_frame.h"
 #include "api/frame/host_text.h"
-#include "crash/filter/filter_installation.h"
+#include "crash/crash_handler.h"
 
 namespace TAVU::api {
 namespace {
@@ -49,7 +49,8 @@ bool Destroy(TAVU_HANDLE handle) noexcept {
     const PinnedInstance instance(held, HandleOf(handle));
     if (!instance) return Fail(ErrorCode::kInvalidHandle);
     // Refused when this instance does not own the crash handler, which is then left alone.
-    static_cast<void>(crash::UninstallCrashFilter(HandleOf(handle)));
+    static_cast<void>(
+        crash::CrashHandler::Get(held).installation.Uninstall(held, HandleOf(handle)));
     InstanceRegistry::Get().DropCreationReference(held, &*instance);
     return true;  // and the pin goes: the last one takes the record with it
   });

@@ -50,8 +50,8 @@ TAVU_BOOL TAVU_CALL TAVU_SendLog_TCPA(TAVU_HANDLE handle, int32_t level, const c
 
 TAVU_BOOL TAVU_CALL TAVU_SendLog_TCPW(TAVU_HANDLE handle, int32_t level, const wchar_t* logType,
                                       const wchar_t* extraData, const wchar_t* message) {
-  // Required of this one of the four: without a server the pin stays, which decides when a handle
-  // that the host then destroys really goes away.
+  // This one of the four leaves the pin when there is no server: a host that destroys the handle
+  // right after this failure and goes on using it finds it valid until its second TAVU_Destroy.
   return TAVU::api::SendLog(Protocol::kTcp, PinWithoutServer::kKeep, handle, level, logType,
                             extraData, message);
 }

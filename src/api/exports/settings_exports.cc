@@ -23,7 +23,7 @@ bool SetReportServer(TAVU_HANDLE handle, const Char* host, std::uint16_t port) n
   });
 }
 
-// The forms differ on purpose where the host fills the buffer to the last character and leaves no
+// The forms differ where the host fills the buffer to the last character and leaves no
 // room for the terminator: the 8-bit copy cuts that character off, the wide one runs into the
 // runtime's invalid-parameter handling.
 void CopyHost(const std::string& host, char* buffer, std::size_t capacity) noexcept {

@@ -1,6 +1,7 @@
 // TAVU_SendFile* and TAVU_SendCrashInfo*.
 //
-// Kept on purpose: no argument but the handle is checked. A null text counts as an empty one and a
+// No argument but the handle is checked, so that no failure gets another code than the network's or
+// the files'. A null text counts as an empty one and a
 // null path as one that names no file, which is kinder than a fault under the ApiLock.
 #include <string>
 
@@ -32,8 +33,8 @@ template <typename Char>
 bool SendCrashInfo(TAVU_HANDLE handle, const Char* message, const Char* description,
                    const Char* documentPath, const Char* dumpPath) noexcept {
   return RunExport(ErrorCode::kCallFailed, [&](const ApiLock::Guard& held) {
-    // Required of both forms: without a server the pin stays, which decides when a handle that the
-    // host then destroys really goes away.
+    // Without a server the pin stays: a host that destroys the handle right after this failure and
+    // goes on using it finds it valid until its second TAVU_Destroy.
     return SendFor(held, handle, PinWithoutServer::kKeep, [&](InstanceRecord& instance) {
       const delivery::CrashUpload upload = {
           .message = Utf8OrEmpty(message, TextForm::kPercentEncoded),

@@ -1,103 +1,69 @@
 #include "crash/document/crash_document.h"
 
-#include <utility>
-
-#include "crash/document/custom_info.h"
+#include "crash/document/crash_scene.h"
 #include "crash/document/exception_names.h"
 #include "crash/document/module_list.h"
 #include "crash/document/module_lookup.h"
 #include "crash/document/stack_walk.h"
 #include "crash/document/system_info.h"
 #include "crash/document/xml_writer.h"
-#include "crash/filter/attempt.h"
-#include "crash/filter/crash_handler.h"
 
 namespace TAVU::crash {
 
 namespace {
 
-// Version.dll, held in the CrashHandler for a scope.
-class VersionLibrary {
- public:
-  explicit VersionLibrary(CrashHandler& handler) noexcept : handler_(handler) {
-    handler_.versionLibrary = ::LoadLibraryW(L"Version.dll");
-    handler_.getFileVersionInfoSizeW = Find("GetFileVersionInfoSizeW");
-    handler_.getFileVersionInfoW = Find("GetFileVersionInfoW");
-    handler_.verQueryValueW = Find("VerQueryValueW");
-  }
-  VersionLibrary(const VersionLibrary&) = delete;
-  VersionLibrary& operator=(const VersionLibrary&) = delete;
-  ~VersionLibrary() {
-    ::FreeLibrary(handler_.versionLibrary);  // of null too: it fails, and that is all
-    handler_.versionLibrary = nullptr;
-  }
+std::unique_ptr<XmlNode> BuildCustomInfo(const CrashScene& scene) {
+  return scene.customInfo.Build();
+}
 
-  [[nodiscard]] bool IsComplete() const noexcept {
-    return handler_.getFileVersionInfoSizeW != nullptr && handler_.getFileVersionInfoW != nullptr &&
-           handler_.verQueryValueW != nullptr;
-  }
+std::unique_ptr<XmlNode> DescribeException(const CrashScene& scene) {
+  return BuildException(scene.held, scene.exceptionPointers);
+}
 
- private:
-  [[nodiscard]] FARPROC Find(const char* name) const noexcept {
-    if (handler_.versionLibrary == nullptr) return nullptr;
-    return ::GetProcAddress(handler_.versionLibrary, name);
-  }
+std::unique_ptr<XmlNode> DescribeCallStack(const CrashScene& scene) {
+  return BuildCallStack(scene.held, scene.exceptionPointers);
+}
 
-  CrashHandler& handler_;
-};
-
-using Section = std::unique_ptr<XmlNode>;
-
-void AppendSections(XmlNode& root, const EXCEPTION_POINTERS* exceptionPointers) noexcept {
-  Attempt([&] {
-    if (Section custom_info = BuildCustomInfo()) root.AddChild(std::move(custom_info));
-  });
-  Attempt([&] { root.AddChild(BuildSystemInfo()); });
-  Attempt([&] { root.AddChild(BuildCrashInfo(exceptionPointers)); });
-  Attempt([&] { root.AddChild(BuildModuleList()); });
+std::unique_ptr<XmlNode> BuildCrashInfo(const CrashScene& scene) {
+  auto crash_info = XmlNode::Make(L"crash_info");
+  AppendElements(*crash_info, scene, {&DescribeException, &DescribeCallStack});
+  return crash_info;
 }
 
 }  // namespace
 
-bool BuildCrashInfoDocument(const EXCEPTION_POINTERS* exceptionPointers, const std::wstring& path) {
+DocumentResult BuildCrashInfoDocument(const api::ApiLock::Guard& held,
+                                      const EXCEPTION_POINTERS* exceptionPointers,
+                                      CustomInfo& customInfo, const std::wstring& path) {
   XmlNode root(L"TAVUCrashInfo");
   {
-    const VersionLibrary version_library(CrashHandler::Get());
-    if (!version_library.IsComplete()) return false;
-    AppendSections(root, exceptionPointers);
+    const VersionLibrary versions;
+    if (!versions.IsComplete()) return DocumentResult::kNoVersionLibrary;
+    AppendElements(root, {held, exceptionPointers, customInfo, versions},
+                   {&BuildCustomInfo, &BuildSystemInfo, &BuildCrashInfo, &BuildModuleList});
   }
-  return WriteXmlFile(root, path);
+  return WriteXmlFile(root, path) ? DocumentResult::kWritten : DocumentResult::kNotCreated;
 }
 
-std::unique_ptr<XmlNode> BuildCrashInfo(const EXCEPTION_POINTERS* exceptionPointers) {
-  auto crash_info = std::make_unique<XmlNode>(L"crash_info");
-  crash_info->AddChild(BuildException(exceptionPointers));
-  crash_info->AddChild(BuildCallStack(exceptionPointers));
-  return crash_info;
-}
-
-std::unique_ptr<XmlNode> BuildException(const EXCEPTION_POINTERS* exceptionPointers) {
-  auto exception = std::make_unique<XmlNode>(L"exception");
+std::unique_ptr<XmlNode> BuildException(const api::ApiLock::Guard& held,
+                                        const EXCEPTION_POINTERS* exceptionPointers) {
+  auto exception = XmlNode::Make(L"exception");
   if (exceptionPointers == nullptr) return exception;
   const EXCEPTION_RECORD& record = *exceptionPointers->ExceptionRecord;
   const std::uint64_t address = ExceptionAddressOf(exceptionPointers);
   exception->AddNumberAttribute(L"addr", address, 16);
   if (record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION) {
-    // All but a read counts as a write, an attempt to execute (8) included: the document has only
-    // these two attributes.
+    // Everything but a read counts as a write, an attempt to execute (8) included: the document
+    // knows two kinds of access, and its readers look for one of the two attributes.
     const bool is_read = record.ExceptionInformation[0] == 0;
     exception->AddNumberAttribute(is_read ? L"read_addr" : L"write_addr",
                                   record.ExceptionInformation[1], 16);
   }
   exception->AddAttribute(L"type", GetExceptionName(record.ExceptionCode));
-  std::wstring module;
-  std::uint32_t base = 0;
-  if (FindModuleByAddress(static_cast<std::uint32_t>(address), module, base)) {
-    // Not escaped, unlike the names in the lists: with an escape the same module would have another
-    // name here than in documents of earlier versions, and crashes that are grouped by it would
-    // part.
-    exception->AddAttribute(L"module", module);
-  }
+  const std::wstring module = FindModuleByAddress(held, static_cast<std::uint32_t>(address));
+  // Not escaped, unlike the names in the lists: with an escape the same module would have another
+  // name here than in documents of earlier versions, and crashes that are grouped by it would part.
+  if (!module.empty()) exception->AddAttribute(L"module", module);
   return exception;
 }
 

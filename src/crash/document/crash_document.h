@@ -7,18 +7,27 @@
 
 #include <windows.h>
 
+#include "api/frame/api_lock.h"
+#include "crash/document/custom_info.h"
 #include "crash/document/xml_node.h"
 
 namespace TAVU::crash {
 
-// Writes the document of a crash to the file `path`. False when the version library or one of its
-// functions is missing (no file is made then), or when the file cannot be created. A section that
-// memory does not suffice for is left out. Needs the ApiLock. May throw std::bad_alloc.
-bool BuildCrashInfoDocument(const EXCEPTION_POINTERS* exceptionPointers, const std::wstring& path);
+enum class DocumentResult {
+  kNoVersionLibrary,  // it, or one of its functions, is missing; no file was made
+  kNotCreated,        // the file could not be made
+  kWritten,
+};
 
-// Parts of the document: "crash_info" holds "exception" and the call stack. Need the ApiLock.
-[[nodiscard]] std::unique_ptr<XmlNode> BuildCrashInfo(const EXCEPTION_POINTERS* exceptionPointers);
-[[nodiscard]] std::unique_ptr<XmlNode> BuildException(const EXCEPTION_POINTERS* exceptionPointers);
+// Writes the document of a crash to the file `path`. A section that memory does not suffice for, or
+// that faults, is left out. May throw std::bad_alloc.
+DocumentResult BuildCrashInfoDocument(const api::ApiLock::Guard& held,
+                                      const EXCEPTION_POINTERS* exceptionPointers,
+                                      CustomInfo& customInfo, const std::wstring& path);
+
+// The element "exception", empty without one. May throw std::bad_alloc.
+[[nodiscard]] std::unique_ptr<XmlNode> BuildException(const api::ApiLock::Guard& held,
+                                                      const EXCEPTION_POINTERS* exceptionPointers);
 
 // 0 without an exception.
 [[nodiscard]] std::uint64_t ExceptionAddressOf(

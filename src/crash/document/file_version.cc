@@ -4,33 +4,38 @@
 #include <cstring>
 #include <memory>
 
+#include "base/library_function.h"
 #include "base/wide_number_text.h"
-#include "crash/filter/crash_handler.h"
 
 namespace TAVU::crash {
 
-bool GetFixedFileVersion(const wchar_t* path, VS_FIXEDFILEINFO* out) {
-  if (out == nullptr) return false;
-  const CrashHandler& handler = CrashHandler::Get();
-  if (handler.versionLibrary == nullptr) return false;
-  const auto get_size =
-      reinterpret_cast<decltype(&::GetFileVersionInfoSizeW)>(handler.getFileVersionInfoSizeW);
-  const auto get_info =
-      reinterpret_cast<decltype(&::GetFileVersionInfoW)>(handler.getFileVersionInfoW);
-  const auto query_value = reinterpret_cast<decltype(&::VerQueryValueW)>(handler.verQueryValueW);
+VersionLibrary::VersionLibrary() noexcept
+    : library_(::LoadLibraryW(L"Version.dll")),
+      get_size_(base::FindFunction<decltype(::GetFileVersionInfoSizeW)>(library_.get(),
+                                                                        "GetFileVersionInfoSizeW")),
+      get_info_(base::FindFunction<decltype(::GetFileVersionInfoW)>(library_.get(),
+                                                                    "GetFileVersionInfoW")),
+      query_value_(
+          base::FindFunction<decltype(::VerQueryValueW)>(library_.get(), "VerQueryValueW")) {}
 
-  const DWORD size = get_size(path, nullptr);
-  if (size == 0) return false;
+bool VersionLibrary::IsComplete() const noexcept {
+  return get_size_ != nullptr && get_info_ != nullptr && query_value_ != nullptr;
+}
+
+std::optional<VS_FIXEDFILEINFO> VersionLibrary::FixedVersionOf(const wchar_t* path) const {
+  const DWORD size = get_size_(path, nullptr);
+  if (size == 0) return std::nullopt;
   // Twice the size: what the size function announces is not always enough for the conversions that
   // are made in the block.
   const auto block = std::make_unique<std::byte[]>(std::size_t{size} * 2);
-  if (!get_info(path, 0, size, block.get())) return false;
+  if (!get_info_(path, 0, size, block.get())) return std::nullopt;
   void* fixed = nullptr;
   UINT length = 0;
-  if (!query_value(block.get(), L"\\", &fixed, &length)) return false;
-  if (length < sizeof *out) return false;  // a version without the block
-  std::memcpy(out, fixed, sizeof *out);
-  return true;
+  if (!query_value_(block.get(), L"\\", &fixed, &length)) return std::nullopt;
+  VS_FIXEDFILEINFO version;
+  if (length < sizeof version) return std::nullopt;  // a version without the block
+  std::memcpy(&version, fixed, sizeof version);
+  return version;
 }
 
 std::wstring FileVersionText(DWORD ms, DWORD ls) {

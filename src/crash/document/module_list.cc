@@ -6,7 +6,7 @@
 
 #include "base/scoped_handle.h"
 #include "base/wide_number_text.h"
-#include "crash/document/file_version.h"
+#include "crash/attempt.h"
 #include "crash/document/module_snapshot.h"
 
 namespace TAVU::crash {
@@ -19,10 +19,10 @@ void CopyCut(wchar_t (&to)[Size], const wchar_t* from) noexcept {
   to[Size - 1] = L'\0';
 }
 
-// Zero when the call fails, as it does: the module's handle is not a file's. So a module whose file
-// cannot be opened shows the beginning of 1601, which tells that its size is not its own. Where the
-// process has asked for it, the system raises an exception for such a handle; that is a failure
-// like any other.
+// Zero when the call fails. It is made with the module's handle, which is not a file's, and so it
+// fails. So a module whose file cannot be opened shows the beginning of 1601, which tells that its
+// size is not its own. Where the process has asked for it the system raises an exception for such a
+// handle; that is a failure like any other.
 FILETIME LastWriteTimeByModule(HMODULE module) {
   BY_HANDLE_FILE_INFORMATION information = {};
   __try {
@@ -43,16 +43,16 @@ void ReadFileFacts(ModuleInfo& info) noexcept {
 }
 
 // A file without a version block leaves the versions as they were.
-void ReadVersions(ModuleInfo& info) {
-  VS_FIXEDFILEINFO version;
-  if (!GetFixedFileVersion(info.path, &version)) return;
-  info.fileVersionMS = version.dwFileVersionMS;
-  info.fileVersionLS = version.dwFileVersionLS;
-  info.productVersionMS = version.dwProductVersionMS;
-  info.productVersionLS = version.dwProductVersionLS;
+void ReadVersions(const VersionLibrary& versions, ModuleInfo& info) {
+  const auto version = versions.FixedVersionOf(info.path);
+  if (!version) return;
+  info.fileVersionMS = version->dwFileVersionMS;
+  info.fileVersionLS = version->dwFileVersionLS;
+  info.productVersionMS = version->dwProductVersionMS;
+  info.productVersionLS = version->dwProductVersionLS;
 }
 
-void UpdateInfo(const MODULEENTRY32W& module, ModuleInfo& info) {
+void UpdateInfo(const MODULEENTRY32W& module, const VersionLibrary& versions, ModuleInfo& info) {
   CopyCut(info.name, module.szModule);
   CopyCut(info.path, module.szExePath);
   info.baseAddress =
@@ -60,7 +60,7 @@ void UpdateInfo(const MODULEENTRY32W& module, ModuleInfo& info) {
   info.baseSize = module.modBaseSize;
   info.lastWriteTime = LastWriteTimeByModule(module.hModule);
   ReadFileFacts(info);
-  ReadVersions(info);
+  ReadVersions(versions, info);
 }
 
 std::wstring LocalTimeText(const FILETIME& moment) {
@@ -84,7 +84,7 @@ std::wstring LocalTimeText(const FILETIME& moment) {
 }
 
 std::unique_ptr<XmlNode> DescribeModule(const ModuleInfo& info) {
-  auto module = std::make_unique<XmlNode>(L"module");
+  auto module = XmlNode::Make(L"module");
   module->AddAttribute(L"name", EscapeXmlText(info.name));
   module->AddAttribute(L"path", EscapeXmlText(info.path));
   module->AddNumberAttribute(L"file_size", info.fileSize, 10);
@@ -98,15 +98,17 @@ std::unique_ptr<XmlNode> DescribeModule(const ModuleInfo& info) {
 
 }  // namespace
 
-std::unique_ptr<XmlNode> BuildModuleList() {
-  auto module_list = std::make_unique<XmlNode>(L"module_list");
+std::unique_ptr<XmlNode> BuildModuleList(const CrashScene& scene) {
+  auto module_list = XmlNode::Make(L"module_list");
   static ModuleInfo info;  // off the stack
   info = {};               // once: what a module's file does not give stays from the module before
-  ModuleSnapshot snapshot(::GetCurrentProcessId());
-  while (const MODULEENTRY32W* const module = snapshot.Next()) {
-    UpdateInfo(*module, info);
-    module_list->AddChild(DescribeModule(info));
-  }
+  ModuleSnapshot snapshot(scene.held, ::GetCurrentProcessId());
+  Attempt([&] {
+    while (const MODULEENTRY32W* const module = snapshot.Next()) {
+      UpdateInfo(*module, scene.versions, info);
+      module_list->AddChild(DescribeModule(info));
+    }
+  });
   return module_list;
 }
 

@@ -1,21 +1,23 @@
 #include "crash/document/module_lookup.h"
 
+#include "crash/attempt.h"
 #include "crash/document/module_snapshot.h"
 
 namespace TAVU::crash {
 
-bool FindModuleByAddress(std::uint32_t address, std::wstring& name, std::uint32_t& base) {
-  name.clear();
-  ModuleSnapshot snapshot(0);
-  while (const MODULEENTRY32W* const module = snapshot.Next()) {
-    const auto module_base =
-        static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(module->modBaseAddr));
-    if (address - module_base >= module->modBaseSize) continue;
-    name = module->szModule;
-    base = module_base;
-    break;
-  }
-  return !name.empty();
+std::wstring FindModuleByAddress(const api::ApiLock::Guard& held, std::uint32_t address) {
+  const MODULEENTRY32W* found = nullptr;
+  ModuleSnapshot snapshot(held, 0);
+  Attempt([&] {
+    while (const MODULEENTRY32W* const module = snapshot.Next()) {
+      const auto base =
+          static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(module->modBaseAddr));
+      if (address - base >= module->modBaseSize) continue;
+      found = module;
+      return;
+    }
+  });
+  return found != nullptr ? found->szModule : L"";
 }
 
 }  // namespace TAVU::crash

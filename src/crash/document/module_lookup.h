@@ -4,13 +4,14 @@
 #include <cstdint>
 #include <string>
 
+#include "api/frame/api_lock.h"
+
 namespace TAVU::crash {
 
-// Sets `name` to the file name of the first module around `address` and `base` to the low half of
-// its load address. False, with an empty name, when there is none. Only the low 32 bits of
-// addresses count, on purpose: two modules 4 GiB apart can be taken for each other. May throw
-// std::bad_alloc.
-[[nodiscard]] bool FindModuleByAddress(std::uint32_t address, std::wstring& name,
-                                       std::uint32_t& base);
+// The file name of the first module around `address`; empty when there is none, or when the list of
+// modules is damaged. Only the low 32 bits of addresses count, as in the document, which tells no
+// more of them: two modules 4 GiB apart can be taken for each other. May throw std::bad_alloc.
+[[nodiscard]] std::wstring FindModuleByAddress(const api::ApiLock::Guard& held,
+                                               std::uint32_t address);
 
 }  // namespace TAVU::crash

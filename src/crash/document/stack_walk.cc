@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kMostEntries = 20;
 
-// How a frame lies in memory; five words of parameters follow it.
+// How a frame lies in memory, followed by five words of parameters.
 struct Frame {
   std::uint64_t next;
   std::uint64_t return_address;
@@ -45,15 +45,12 @@ std::wstring ParametersText(const Parameters& parameters) {
   return text;
 }
 
-std::unique_ptr<XmlNode> DescribeFunction(std::uint64_t frame, std::uint64_t return_address,
-                                          EntryKind kind) {
-  auto function = std::make_unique<XmlNode>(L"function");
+std::unique_ptr<XmlNode> DescribeFunction(const api::ApiLock::Guard& held, std::uint64_t frame,
+                                          std::uint64_t return_address, EntryKind kind) {
+  auto function = XmlNode::Make(L"function");
   function->AddNumberAttribute(L"addr", return_address, 16);
-  std::wstring module;
-  std::uint32_t base = 0;
-  if (!FindModuleByAddress(static_cast<std::uint32_t>(return_address), module, base)) {
-    return function;
-  }
+  const std::wstring module = FindModuleByAddress(held, static_cast<std::uint32_t>(return_address));
+  if (module.empty()) return function;
   if (kind == EntryKind::kCaller) {
     Parameters parameters;
     if (!ReadParameters(frame, parameters)) return function;
@@ -67,8 +64,8 @@ std::unique_ptr<XmlNode> DescribeFunction(std::uint64_t frame, std::uint64_t ret
 
 // Not inlined: the walk without an exception starts from this function's own frame.
 [[gnu::noinline]] std::unique_ptr<XmlNode> BuildCallStack(
-    const EXCEPTION_POINTERS* exceptionPointers) {
-  auto call_stack = std::make_unique<XmlNode>(L"call_stack");
+    const api::ApiLock::Guard& held, const EXCEPTION_POINTERS* exceptionPointers) {
+  auto call_stack = XmlNode::Make(L"call_stack");
   Frame first = {};
   auto frame = reinterpret_cast<std::uint64_t>(&first);
   if (exceptionPointers != nullptr) {
@@ -87,7 +84,7 @@ std::unique_ptr<XmlNode> DescribeFunction(std::uint64_t frame, std::uint64_t ret
     Frame links;
     if (!TryRead(frame, &links, sizeof links)) break;
     if (!IsReadable(links.return_address, 1)) break;
-    call_stack->AddChild(DescribeFunction(frame, links.return_address, kind));
+    call_stack->AddChild(DescribeFunction(held, frame, links.return_address, kind));
     kind = EntryKind::kCaller;
     frame = links.next;
   }

@@ -2,19 +2,21 @@
 
 #include <windows.h>
 
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+
+#include "base/library_function.h"
 #include "base/scoped_library.h"
 #include "base/scoped_registry_key.h"
 #include "base/wide_number_text.h"
-#include "crash/document/file_version.h"
+#include "crash/attempt.h"
 
 namespace TAVU::crash {
 
 namespace {
 
 constexpr int kProgramFiles = 0x26;  // CSIDL_PROGRAM_FILES
-
-using GetFolderPath = HRESULT(WINAPI*)(HWND window, int folder, HANDLE token, DWORD flags,
-                                       wchar_t* path);
 
 // Megahertz; 0 when the machine does not say.
 DWORD ProcessorSpeed() noexcept {
@@ -30,28 +32,36 @@ DWORD ProcessorSpeed() noexcept {
   return speed;
 }
 
-std::unique_ptr<XmlNode> DescribeProcessor() {
-  SYSTEM_INFO system;
-  ::GetSystemInfo(&system);
-  auto processor = std::make_unique<XmlNode>(L"processor");
-  processor->AddNumberAttribute(L"count", system.dwNumberOfProcessors, 10);
-  processor->AddNumberAttribute(L"type", system.dwProcessorType, 10);
-  processor->AddNumberAttribute(L"speed", ProcessorSpeed(), 10);
-  return processor;
+struct Number {
+  const wchar_t* name;
+  std::uint64_t value;
+};
+
+std::unique_ptr<XmlNode> DescribeNumbers(const wchar_t* name,
+                                         std::initializer_list<Number> numbers) {
+  auto element = XmlNode::Make(name);
+  for (const Number& number : numbers) element->AddNumberAttribute(number.name, number.value, 10);
+  return element;
 }
 
-std::unique_ptr<XmlNode> DescribeMemory() {
+std::unique_ptr<XmlNode> DescribeProcessor(const CrashScene& /*scene*/) {
+  SYSTEM_INFO system;
+  ::GetSystemInfo(&system);
+  return DescribeNumbers(L"processor", {{L"count", system.dwNumberOfProcessors},
+                                        {L"type", system.dwProcessorType},
+                                        {L"speed", ProcessorSpeed()}});
+}
+
+std::unique_ptr<XmlNode> DescribeMemory(const CrashScene& /*scene*/) {
   MEMORYSTATUS status = {};
   status.dwLength = sizeof status;
   ::GlobalMemoryStatus(&status);
-  auto memory = std::make_unique<XmlNode>(L"memory");
-  memory->AddNumberAttribute(L"physical", status.dwTotalPhys, 10);
-  memory->AddNumberAttribute(L"physical_free", status.dwAvailPhys, 10);
-  memory->AddNumberAttribute(L"virtual", status.dwTotalVirtual, 10);
-  memory->AddNumberAttribute(L"virtual_free", status.dwAvailVirtual, 10);
-  memory->AddNumberAttribute(L"paging_file", status.dwTotalPageFile, 10);
-  memory->AddNumberAttribute(L"paging_file_free", status.dwAvailPageFile, 10);
-  return memory;
+  return DescribeNumbers(L"memory", {{L"physical", status.dwTotalPhys},
+                                     {L"physical_free", status.dwAvailPhys},
+                                     {L"virtual", status.dwTotalVirtual},
+                                     {L"virtual_free", status.dwAvailVirtual},
+                                     {L"paging_file", status.dwTotalPageFile},
+                                     {L"paging_file_free", status.dwAvailPageFile}});
 }
 
 std::wstring WindowsVersion() {
@@ -64,43 +74,43 @@ std::wstring WindowsVersion() {
     text.push_back(L'.');
     base::AppendSigned(text, part);
   }
-  // The name of the service pack, not escaped: like the exception's module, readers take it as it
-  // is.
+  // The name of the service pack; not escaped, like the exception's module.
   return text.append(L",").append(version.szCSDVersion);
 }
 
-std::unique_ptr<XmlNode> DescribeWindows() {
-  auto windows = std::make_unique<XmlNode>(L"windows");
+// Where Internet Explorer would be installed; empty when the folder of the programs is not to be
+// had.
+std::wstring BrowserPath(const api::ApiLock::Guard& /*held*/) {
+  const base::ScopedLibrary library(::LoadLibraryW(L"SHFolder.dll"));
+  const auto get_folder_path =
+      base::FindFunction<HRESULT WINAPI(HWND window, int folder, HANDLE token, DWORD flags,
+                                        wchar_t* path)>(library.get(), "SHGetFolderPathW");
+  if (get_folder_path == nullptr) return {};
+  static wchar_t folder[MAX_PATH];  // off the stack
+  if (FAILED(get_folder_path(nullptr, kProgramFiles, nullptr, 0, folder))) return {};
+  return std::wstring(folder).append(L"\\Internet Explorer\\IEXPLORE.EXE");
+}
+
+std::unique_ptr<XmlNode> DescribeWindows(const CrashScene& scene) {
+  auto windows = XmlNode::Make(L"windows");
   windows->AddAttribute(L"version", WindowsVersion());
-  std::wstring browser;
-  VS_FIXEDFILEINFO version;
-  if (GetBrowserPath(browser) && GetFixedFileVersion(browser.c_str(), &version)) {
+  Attempt([&] {
+    const std::wstring browser = BrowserPath(scene.held);
+    if (browser.empty()) return;
+    const auto version = scene.versions.FixedVersionOf(browser.c_str());
+    if (!version) return;
     windows->AddAttribute(L"explore",
-                          FileVersionText(version.dwFileVersionMS, version.dwFileVersionLS));
-  }
+                          FileVersionText(version->dwFileVersionMS, version->dwFileVersionLS));
+  });
   return windows;
 }
 
 }  // namespace
 
-std::unique_ptr<XmlNode> BuildSystemInfo() {
-  auto system_info = std::make_unique<XmlNode>(L"system_info");
-  system_info->AddChild(DescribeProcessor());
-  system_info->AddChild(DescribeMemory());
-  system_info->AddChild(DescribeWindows());
+std::unique_ptr<XmlNode> BuildSystemInfo(const CrashScene& scene) {
+  auto system_info = XmlNode::Make(L"system_info");
+  AppendElements(*system_info, scene, {&DescribeProcessor, &DescribeMemory, &DescribeWindows});
   return system_info;
-}
-
-bool GetBrowserPath(std::wstring& out) {
-  const base::ScopedLibrary library(::LoadLibraryW(L"SHFolder.dll"));
-  if (!library) return false;
-  const auto get_folder_path =
-      reinterpret_cast<GetFolderPath>(::GetProcAddress(library.get(), "SHGetFolderPathW"));
-  if (get_folder_path == nullptr) return false;
-  static wchar_t folder[MAX_PATH];  // off the stack
-  if (FAILED(get_folder_path(nullptr, kProgramFiles, nullptr, 0, folder))) return false;
-  out.assign(folder).append(L"\\Internet Explorer\\IEXPLORE.EXE");
-  return true;
 }
 
 }  // namespace TAVU::crash

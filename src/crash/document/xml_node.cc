@@ -26,6 +26,19 @@ constexpr std::wstring_view EntityOf(wchar_t special) noexcept {
 
 }  // namespace
 
+// Not inline, like the rest: a document has many elements, and the library is to stay small.
+XmlNode::XmlNode(std::wstring_view name) : name_(name) {}
+
+XmlNode::~XmlNode() = default;
+
+std::unique_ptr<XmlNode> XmlNode::Make(std::wstring_view name) {
+  return std::make_unique<XmlNode>(name);
+}
+
+void XmlNode::SetText(std::wstring_view text) {
+  text_ = text;
+}
+
 void XmlNode::AddChild(std::unique_ptr<XmlNode> child) {
   children_.push_back(std::move(child));
 }

@@ -19,14 +19,20 @@ class XmlNode {
     std::wstring value;
   };
 
-  explicit XmlNode(std::wstring_view name) : name_(name) {}
+  explicit XmlNode(std::wstring_view name);
+  XmlNode(const XmlNode&) = delete;
+  XmlNode& operator=(const XmlNode&) = delete;
+  ~XmlNode();
+
+  [[nodiscard]] static std::unique_ptr<XmlNode> Make(std::wstring_view name);
 
   void AddChild(std::unique_ptr<XmlNode> child);
-  void SetText(std::wstring_view text) { text_ = text; }
+  void SetText(std::wstring_view text);
   // Attributes keep their order; a name may occur more than once.
   void AddAttribute(std::wstring_view name, std::wstring_view value);
   // The low 32 bits of `value`, unsigned: plain in base 10, "0x" and eight upper-case digits in
-  // base 16. Any other base gives an empty value. Addresses and sizes are cut on purpose.
+  // base 16. Any other base gives an empty value. The format tells 32 bits of
+  // addresses and sizes, on 64-bit hosts too.
   void AddNumberAttribute(std::wstring_view name, std::uint64_t value, int base);
 
   [[nodiscard]] const std::wstring& name() const noexcept { return name_; }

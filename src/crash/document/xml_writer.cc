@@ -4,6 +4,7 @@
 
 #include "api/frame/text_conversion.h"
 #include "base/scoped_handle.h"
+#include "crash/attempt.h"
 
 namespace TAVU::crash {
 
@@ -54,7 +55,7 @@ bool WriteXmlFile(const XmlNode& root, const std::wstring& path) {
   const base::ScopedFile file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                             FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return false;
-  WriteXmlNode(root, file.get(), 0);
+  Attempt([&] { WriteXmlNode(root, file.get(), 0); });
   return true;
 }
 

@@ -10,8 +10,9 @@
 
 namespace TAVU::crash {
 
-// Replaces the file `path`. False when it cannot be created; a write that fails is not noticed. May
-// throw std::bad_alloc, the file then ends where it happened.
+// Replaces the file `path`. False when it cannot be created; a write that fails is not noticed, and
+// where memory runs out or the tree is damaged the file ends. It is closed in any case, so that the
+// reporter can open what is in it.
 [[nodiscard]] bool WriteXmlFile(const XmlNode& root, const std::wstring& path);
 
 // Writes one element, its children one level deeper. One WriteFile for each piece: a process that

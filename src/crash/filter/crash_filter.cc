@@ -6,11 +6,10 @@
 #include "api/frame/api_lock.h"
 #include "api/frame/instance_registry.h"
 #include "api/frame/text_conversion.h"
+#include "crash/attempt.h"
+#include "crash/crash_handler.h"
 #include "crash/document/crash_document.h"
-#include "crash/files/crash_files.h"
 #include "crash/files/mini_dump.h"
-#include "crash/filter/attempt.h"
-#include "crash/filter/crash_handler.h"
 #include "crash/launch/process_launch.h"
 #include "crash/launch/reporter_command_line.h"
 
@@ -18,8 +17,9 @@ namespace TAVU::crash {
 
 namespace {
 
-// Tells a crash inside the sequence itself (of a callback of the host, say), which comes back to
-// the filter on the same thread. Waiting for the lock would hang the process for good.
+// Tells when the filter is called inside its own sequence: by a callback of the host that has a
+// boundary of its own and asks UnhandledExceptionFilter, as C runtimes do. Waiting for the lock
+// would hang the process for good.
 class SequenceUnderWay {
  public:
   SequenceUnderWay() noexcept { thread_ = ::GetCurrentThreadId(); }
@@ -33,15 +33,39 @@ class SequenceUnderWay {
   static constinit inline std::atomic<DWORD> thread_ = 0;  // 0 is no thread's
 };
 
-void LaunchReporter(const EXCEPTION_POINTERS* exceptionPointers, const CrashHandler& handler,
-                    const api::InstanceRecord& instance, const CrashFiles& files) {
+// What the steps work on.
+struct Crash {
+  const api::ApiLock::Guard& held;
+  EXCEPTION_POINTERS* exceptionPointers;
+  CrashHandler& handler;
+  const api::InstanceRecord* instance;  // the owner of the crash handler
+};
+
+void NameFiles(Crash& crash) {
+  SYSTEMTIME now = {};
+  ::GetLocalTime(&now);
+  crash.handler.files.SetTime(now);
+}
+
+void WriteDocument(Crash& crash) {
+  BuildCrashInfoDocument(crash.held, crash.exceptionPointers, crash.handler.customInfo,
+                         crash.handler.files.infoPath());
+}
+
+void WriteDump(Crash& crash) {
+  WriteMiniDump(crash.exceptionPointers, crash.handler.files.dumpPath());
+}
+
+void LaunchReporter(Crash& crash) {
+  const CrashHandler& handler = crash.handler;
+  const api::InstanceRecord& instance = *crash.instance;
   std::wstring server_host;
   api::AnsiToWide(instance.serverHost, server_host);
   StartProcessAndWait(handler.reporterPath,
                       BuildReporterCommandLine({
-                          .exceptionAddress = ExceptionAddressOf(exceptionPointers),
-                          .dumpPath = files.dumpPath,
-                          .infoPath = files.infoPath,
+                          .exceptionAddress = ExceptionAddressOf(crash.exceptionPointers),
+                          .dumpPath = handler.files.dumpPath(),
+                          .infoPath = handler.files.infoPath(),
                           .reporterPath = handler.reporterPath,
                           .appExeFile = handler.appExeFile,
                           .softwareId = instance.softwareId,
@@ -55,30 +79,34 @@ void LaunchReporter(const EXCEPTION_POINTERS* exceptionPointers, const CrashHand
                       }));
 }
 
-void LaunchRestart(const CrashHandler& handler, const api::InstanceRecord& instance) {
-  StartProcess(handler.reporterPath,
-               BuildRestartCommandLine(handler.reporterPath, instance.appExecuteCmd));
+void DeleteFiles(Crash& crash) {
+  if (!crash.instance->deleteLocalDumpFile) return;
+  ::DeleteFileW(crash.handler.files.infoPath().c_str());
+  ::DeleteFileW(crash.handler.files.dumpPath().c_str());
 }
 
+void LaunchRestart(Crash& crash) {
+  if (!crash.instance->appRestart) return;
+  const std::wstring& folder = crash.handler.reporterPath;
+  StartProcess(folder, BuildRestartCommandLine(folder, crash.instance->appExecuteCmd));
+}
+
+// The document before the dump: it is small, and what people and servers read first. The dump needs
+// the most of the stack and of the system, and takes the longest.
+constexpr void (*kSteps[])(Crash& crash) = {
+    &NameFiles, &WriteDocument, &WriteDump, &LaunchReporter, &DeleteFiles, &LaunchRestart,
+};
+
 void RunCrashSequence(const api::ApiLock::Guard& held, EXCEPTION_POINTERS* exceptionPointers) {
-  const CrashHandler& handler = CrashHandler::Get();
-  SYSTEMTIME now = {};
-  ::GetLocalTime(&now);
-  const CrashFiles files = NameCrashFiles(handler.tempPath, handler.appExeFile, now);
-
+  CrashHandler& handler = CrashHandler::Get(held);
   // Stays pinned: the process is about to end.
-  const api::InstanceRecord* const instance =
-      api::InstanceRegistry::Get().AcquireInstance(held, handler.ownerHandle);
-  if (instance == nullptr) return;
-
-  Attempt([&] { BuildCrashInfoDocument(exceptionPointers, files.infoPath); });
-  Attempt([&] { WriteMiniDump(exceptionPointers, files.dumpPath); });
-  Attempt([&] { LaunchReporter(exceptionPointers, handler, *instance, files); });
-  if (instance->deleteLocalDumpFile) {
-    ::DeleteFileW(files.infoPath.c_str());
-    ::DeleteFileW(files.dumpPath.c_str());
+  const api::InstanceRecord* const owner =
+      api::InstanceRegistry::Get().AcquireInstance(held, handler.installation.owner());
+  if (owner == nullptr) return;
+  Crash crash = {held, exceptionPointers, handler, owner};
+  for (const auto step : kSteps) {
+    Attempt([&] { step(crash); });
   }
-  if (instance->appRestart) Attempt([&] { LaunchRestart(handler, *instance); });
 }
 
 }  // namespace

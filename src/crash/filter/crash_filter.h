@@ -11,8 +11,8 @@ namespace TAVU::crash {
 // thread that is inside an export itself never gets through.
 //
 // Nothing throws past this point, no result is tested, nothing is reported or retried, and each
-// step stands alone: one that fails costs its own piece only. A crash within the sequence ends the
-// process without the rest of it.
+// step stands alone: one that fails, runs out of memory or faults costs its own piece only. A
+// host's callback that crashes is such a step too.
 //
 // Stack: large buffers are static (the lock makes them one thread's own), so that the filter's own
 // frames stay below two kilobytes. What the system's functions need counts: under Wine a crash gets

@@ -1,36 +1,29 @@
 #include "crash/filter/filter_installation.h"
 
-#include "api/frame/export_frame.h"
-#include "crash/filter/crash_handler.h"
-#include "crash/filter/filter_guard.h"
-
 namespace TAVU::crash {
 
-bool InstallCrashFilter(api::Handle handle, LPTOP_LEVEL_EXCEPTION_FILTER filter) {
-  CrashHandler& handler = CrashHandler::Get();
-  if (handler.ownerHandle != 0 || handler.previousFilter != nullptr) {
-    return api::Fail(api::ErrorCode::kCrashHandler);
-  }
-  handler.previousFilter = ::SetUnhandledExceptionFilter(filter);
-  static_cast<void>(PatchSetUnhandledExceptionFilter());  // unguarded is better than not at all
-  // Where no filter was before, this one stays, guarded, but no instance owns it: the start fails,
-  // and the public header tells hosts what stays. A second attempt comes here too, because its call
-  // above already lands in the guard; the bytes that it has saved as the entry's are then those of
-  // the patch itself.
-  if (handler.previousFilter == nullptr) return false;
-  handler.ownerHandle = handle;
-  return true;
+InstallResult FilterInstallation::Install(const api::ApiLock::Guard& /*held*/, api::Handle owner,
+                                          LPTOP_LEVEL_EXCEPTION_FILTER filter) noexcept {
+  if (owner_ != 0 || earlier_ != nullptr) return InstallResult::kOccupied;
+  earlier_ = ::SetUnhandledExceptionFilter(filter);
+  static_cast<void>(guard_.Patch());  // unguarded is better than not at all
+  // Where no filter was before there is none to put back: this one stays, guarded and without an
+  // owner, and the host sees a start that failed without a code. A second attempt ends here too,
+  // because its call above lands in the guard; the bytes that it has saved as the entry's are then
+  // those of the patch itself.
+  if (earlier_ == nullptr) return InstallResult::kOrphaned;
+  owner_ = owner;
+  return InstallResult::kInstalled;
 }
 
-bool UninstallCrashFilter(api::Handle handle) {
-  CrashHandler& handler = CrashHandler::Get();
-  if (handle != handler.ownerHandle) return false;
-  if (handler.previousFilter == nullptr || handler.ownerHandle == 0) return false;
+bool FilterInstallation::Uninstall(const api::ApiLock::Guard& /*held*/,
+                                   api::Handle owner) noexcept {
+  if (owner_ == 0 || owner != owner_) return false;
   // First the entry, so that the next call reaches the real function again.
-  static_cast<void>(RestoreSetUnhandledExceptionFilter());
-  ::SetUnhandledExceptionFilter(handler.previousFilter);
-  handler.previousFilter = nullptr;
-  handler.ownerHandle = 0;
+  static_cast<void>(guard_.Restore());
+  ::SetUnhandledExceptionFilter(earlier_);
+  earlier_ = nullptr;
+  owner_ = 0;
   return true;
 }
 

@@ -7,11 +7,12 @@ namespace {
 enum class Wait { kNo, kUntilItEnds };
 
 BOOL Launch(const std::wstring& currentFolder, std::wstring& commandLine, Wait wait) noexcept {
-  STARTUPINFOW startup = {};  // `cb` stays 0 too: CreateProcessW takes it
+  // All zero, the size field included: the system takes it so, and nothing is to be set.
+  STARTUPINFOW startup = {};
   PROCESS_INFORMATION process = {};
   const BOOL created = ::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0,
                                         nullptr, currentFolder.c_str(), &startup, &process);
-  // When no process was created the handles are null, and all three calls fail at once.
+  // Whether or not the process was created: on null handles all three fail at once.
   ::CloseHandle(process.hThread);
   if (wait == Wait::kUntilItEnds) ::WaitForSingleObject(process.hProcess, INFINITE);
   ::CloseHandle(process.hProcess);

@@ -10,34 +10,49 @@ namespace {
 
 constexpr std::size_t kLongestServerAddress = 63;  // units; longer ones are cut
 
-// Where the folder ends in a backslash there are two in a row, as in the paths of the files.
-// Windows takes them as one.
+// Two backslashes in a row where the folder ends in one, as in the paths of the files. A host may
+// name its folder with or without one, and a reporter that compares its own path sees both forms.
 void AppendProgram(std::wstring& line, std::wstring_view reporterPath) {
   line.append(L"\"").append(reporterPath).append(L"\\TAVU_CrashReporter.exe\" ");
 }
 
+// Values go right into the line, so that building it
+// needs little memory.
 void AppendPair(std::wstring& line, std::wstring_view key, std::wstring_view value) {
-  line.append(key).append(value).append(L" ");
+  line.append(key).append(value).push_back(L' ');
 }
 
-std::wstring AddressText(std::uint64_t address) {
-  std::wstring text;
-  base::AppendAddress(text, address);
-  return text;
+void AppendEscaped(std::wstring& line, std::wstring_view text) {
+  constexpr std::wstring_view kEscaped = L" \t\r\n%";
+  while (true) {
+    const std::size_t run = text.find_first_of(kEscaped);
+    line.append(text.substr(0, run));
+    if (run == std::wstring_view::npos) return;
+    line.push_back(L'%');
+    base::AppendHex(line, text[run], base::HexDigits::kUpper);
+    text.remove_prefix(run + 1);
+  }
 }
 
-std::wstring ServerAddress(std::wstring_view host, std::uint16_t port) {
-  std::wstring text(host);
-  text.append(L":");
-  base::AppendUnsigned(text, port);
-  if (text.size() > kLongestServerAddress) text.resize(kLongestServerAddress);
-  return text;
+void AppendEscapedPair(std::wstring& line, std::wstring_view key, std::wstring_view value) {
+  line.append(key);
+  AppendEscaped(line, value);
+  line.push_back(L' ');
 }
 
-std::wstring SignedText(std::uint32_t value) {
-  std::wstring text;
-  base::AppendSigned(text, value);
-  return text;
+void AppendSignedPair(std::wstring& line, std::wstring_view key, std::uint32_t value) {
+  line.append(key);
+  base::AppendSigned(line, value);
+  line.push_back(L' ');
+}
+
+void AppendServerAddress(std::wstring& line, std::wstring_view host, std::uint16_t port) {
+  line.append(L"serverAddr=");
+  const std::size_t start = line.size();
+  line.append(host).push_back(L':');
+  base::AppendUnsigned(line, port);
+  if (line.size() - start > kLongestServerAddress) line.resize(start + kLongestServerAddress);
+  line.push_back(L' ');
 }
 
 }  // namespace
@@ -45,18 +60,21 @@ std::wstring SignedText(std::uint32_t value) {
 std::wstring BuildReporterCommandLine(const ReporterArguments& arguments) {
   std::wstring line;
   AppendProgram(line, arguments.reporterPath);
-  AppendPair(line, L"exceptionInfoFilename=", EscapeCommandLineValue(arguments.infoPath));
-  AppendPair(line, L"dumpFilename=", EscapeCommandLineValue(arguments.dumpPath));
-  AppendPair(line, L"exceptionAddr=", AddressText(arguments.exceptionAddress));
-  AppendPair(line, L"userId=", EscapeCommandLineValue(arguments.userId));
-  AppendPair(line, L"softwareVer=", EscapeCommandLineValue(arguments.softwareVer));
-  AppendPair(line, L"softwareId=", EscapeCommandLineValue(arguments.softwareId));
-  AppendPair(line, L"serverAddr=", ServerAddress(arguments.serverHost, arguments.serverPort));
-  // Spelt so on purpose: the reporter knows the key in this form.
+  AppendEscapedPair(line, L"exceptionInfoFilename=", arguments.infoPath);
+  AppendEscapedPair(line, L"dumpFilename=", arguments.dumpPath);
+  line.append(L"exceptionAddr=");
+  base::AppendAddress(line, arguments.exceptionAddress);
+  line.push_back(L' ');
+  AppendEscapedPair(line, L"userId=", arguments.userId);
+  AppendEscapedPair(line, L"softwareVer=", arguments.softwareVer);
+  AppendEscapedPair(line, L"softwareId=", arguments.softwareId);
+  AppendServerAddress(line, arguments.serverHost, arguments.serverPort);
+  // Spelt so: reporters look for the key in this form.
   AppendPair(line, L"aotoReport=", arguments.autoReport ? L"true" : L"false");
-  AppendPair(line, L"appShowName=", EscapeCommandLineValue(arguments.appShowName));
-  AppendPair(line, L"appExeFile=", EscapeCommandLineValue(arguments.appExeFile));
-  AppendPair(line, L"reportLang=", SignedText(arguments.reportLang));
+  AppendEscapedPair(line, L"appShowName=", arguments.appShowName);
+  AppendEscapedPair(line, L"appExeFile=", arguments.appExeFile);
+  // Signed, as %d prints it: a number from 2^31 on reaches the reporter negative.
+  AppendSignedPair(line, L"reportLang=", arguments.reportLang);
   return line;
 }
 
@@ -65,22 +83,15 @@ std::wstring BuildRestartCommandLine(std::wstring_view reporterPath,
   std::wstring line;
   AppendProgram(line, reporterPath);
   AppendPair(line, L"appRestart=", L"true");
-  AppendPair(line, L"appExecuteCmd=", EscapeCommandLineValue(appExecuteCmd));
-  AppendPair(line, L"appPid=", SignedText(processId));
+  AppendEscapedPair(line, L"appExecuteCmd=", appExecuteCmd);
+  AppendSignedPair(line, L"appPid=", processId);
   return line;
 }
 
 std::wstring EscapeCommandLineValue(std::wstring_view text) {
-  constexpr std::wstring_view kEscaped = L" \t\r\n%";
   std::wstring escaped;
-  while (true) {
-    const std::size_t run = text.find_first_of(kEscaped);
-    escaped.append(text.substr(0, run));
-    if (run == std::wstring_view::npos) return escaped;
-    escaped.push_back(L'%');
-    base::AppendHex(escaped, text[run], base::HexDigits::kUpper);
-    text.remove_prefix(run + 1);
-  }
+  AppendEscaped(escaped, text);
+  return escaped;
 }
 
 }  // namespace TAVU::crash
