@@ -1,6 +1,6 @@
 """What the crash handler does not see, as docs/crashes.md tables it: the ends that a runtime gives its
-process; a crash of the host's own callback, which costs its text only; and the source lines that tools/explain finds. The
-other ways to crash are the crash handler's own tests.
+process; that a crash of the host's own callback costs its text only; and the source lines that
+tools/explain finds. The other ways to crash are the crash handler's own tests.
 
     crashing_host_test.py WINE tavu_crashing_host.exe
 """
