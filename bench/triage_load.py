@@ -19,6 +19,7 @@ PROGRAM = 'tavu_crashing_host.exe'
 THREADS, MODULES, EXCEPTION = 3, 4, 6
 CONTEXT_REGISTERS, REGISTERS = 0x78, 17
 MADE_CODE = 0xE0010000
+FAR = 0x7FF500000000  # where Windows loads programs, and none of the models' other modules lies
 BEGIN = datetime.datetime(2024, 1, 1)
 
 
@@ -99,7 +100,7 @@ def main():
                 int(len(signatures) * chance.random() ** 3)
             versions, code = signatures[place]
             model = chance.choice(versions)
-            document, dump = model.moved(chance.randrange(1 << 16) << 16, code or model.code)
+            document, dump = model.moved(FAR + (chance.randrange(1 << 16) << 16), code or model.code)
             time = BEGIN + datetime.timedelta(seconds=120 * number)
             stem = f'{time:%Y%m%dT%H%M%S}000Z-00000000-{number}-crash'
             (store / f'{stem}.xml').write_text(document, 'utf-8')

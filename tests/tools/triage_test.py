@@ -168,7 +168,7 @@ class TriageTest(unittest.TestCase):
         self.triage('--new', status=0)
         self.add(*known[:3], '0x40009999', *known[4:])
         self.add_line('{"time":"2026-11-07T10:00:00.000Z","kind":"crash","user', end='')
-        self.assertIn('new: 1 crashes of 1 users: Access violation reading: game.exe+0x9999',
+        self.assertIn('new: 1 crash of 1 user: Access violation reading: game.exe+0x9999',
                       self.triage('--new', status=3))
         self.assertEqual((self.errors, self.data()['crashes']), ([], 8))
         # The records again under another name, as after a rotation: nothing counts twice.

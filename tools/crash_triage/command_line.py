@@ -162,9 +162,16 @@ def give_out(groups: Sequence[Group], unreadable: Sequence[KnownCrash],
         print()
         return
     for group in groups if options.new else ():
-        print(printable(f'new: {len(group.crashes)} crashes of {len(group.users)} users: '
-                        f'{group.signature.kind}: {" < ".join(group.signature.frames)}'))
+        print(printable(f'new: {counted(len(group.crashes), "crash", "crashes")} of '
+                        f'{counted(len(group.users), "user", "users")}: {group.signature.kind}: '
+                        f'{" < ".join(group.signature.frames)}'))
     crashes = [crash for group in groups for crash in group.crashes]
-    print(f'{len(crashes)} crashes of {len({c.record.user for c in crashes})} users in '
-          f'{len(groups)} groups' + (f', {len(unreadable)} unreadable' if unreadable else '') +
-          f': {output}')
+    users = {crash.record.user for crash in crashes}
+    print(f'{counted(len(crashes), "crash", "crashes")} of {counted(len(users), "user", "users")} in '
+          f'{counted(len(groups), "group", "groups")}' +
+          (f', {len(unreadable)} unreadable' if unreadable else '') + f': {output}')
+
+
+def counted(number: int, one: str, many: str) -> str:
+    """A number with its noun."""
+    return f'{number} {one if number == 1 else many}'
