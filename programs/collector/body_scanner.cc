@@ -2,12 +2,14 @@
 
 #include <algorithm>
 
-#include "lumo/codec/codec.h"
+#include "lumo/codec/encoding.h"
 
 namespace TAVU::collector {
 namespace {
 
-namespace tag = lumo::tag;
+using lumo::Place;
+using lumo::ValueSkipper;
+using lumo::ValueType;
 
 constexpr std::uint8_t kEnvelope[] = {'c', 1, 0, 'm'};
 
@@ -19,211 +21,142 @@ constexpr std::size_t kTableCost = 16;
 constexpr std::size_t kRowCost = 2;
 constexpr std::size_t kColumnCost = 2;
 
-constexpr const char* kNoValue = "unknown value tag";
-constexpr const char* kBadTable = "malformed table";
+constexpr std::size_t kComparedAtOnce = 64;  // bytes of texts, about, in the time of one value
 
-bool IsStringTag(std::uint8_t byte) {
-  return byte == tag::kString || byte == tag::kStringChunk;
+constexpr std::size_t CostOf(ValueType type) {
+  switch (type) {
+    case ValueType::kList:
+      return kListCost;
+    case ValueType::kMap:
+      return kMapCost;
+    case ValueType::kTable:
+      return kTableCost;
+    default:
+      return kScalarCost;
+  }
 }
-bool IsBinaryTag(std::uint8_t byte) {
-  return byte == tag::kBinary || byte == tag::kBinaryChunk;
+
+constexpr bool IsContainer(ValueType type) {
+  return type == ValueType::kList || type == ValueType::kMap || type == ValueType::kTable;
 }
-bool IsFinalChunk(std::uint8_t byte) {
-  return byte == tag::kString || byte == tag::kBinary;
+
+const char* TextOf(ValueSkipper::Fault fault) {
+  switch (fault) {
+    case ValueSkipper::Fault::kKeyWithoutValue:
+      return "key without a value";
+    case ValueSkipper::Fault::kMixedChunks:
+      return "chunk of another kind";
+    case ValueSkipper::Fault::kLongChunk:
+      return "chunk too long";
+    case ValueSkipper::Fault::kBrokenTable:
+      return "malformed table";
+    case ValueSkipper::Fault::kTooDeep:
+      return "values nested too deeply";
+    default:
+      return "unknown value tag";
+  }
 }
 
 }  // namespace
 
+// --- DecodingCost --------------------------------------------------------------------------------
+
+bool DecodingCost::OnValue(ValueType type, Place place) {
+  if (place == Place::kKey) {
+    Level& map = levels_.back();
+    if (++map.entries > kMostMapEntries) return Complain("map with too many entries");
+    map.has_container_key = IsContainer(type);
+    map.weight_before_key = Weight();
+  } else if (place == Place::kMapValue && !CountComparisons(levels_.back())) {
+    return false;
+  }
+  if (!Count(CostOf(type))) return false;
+  if (IsContainer(type)) levels_.emplace_back();
+  return true;
+}
+
+bool DecodingCost::OnColumn() {
+  return Count(kColumnCost);
+}
+
+bool DecodingCost::OnRow() {
+  return Count(kRowCost);
+}
+
+bool DecodingCost::Count(std::size_t cost) {
+  cost_ += cost;
+  return cost_ <= kMostValues || Complain("too many values");
+}
+
+// The key that ended just now is hashed, and compared with the others before it.
+bool DecodingCost::CountComparisons(Level& map) {
+  if (!map.has_container_key) return true;
+  const std::size_t weight = Weight() - map.weight_before_key;
+  comparisons_ += weight * (map.weight_of_keys + 1);
+  map.weight_of_keys += weight;
+  return comparisons_ <= kMostComparisons || Complain("keys too costly to compare");
+}
+
+bool DecodingCost::Complain(const char* complaint) {
+  complaint_ = complaint;
+  return false;
+}
+
+std::size_t DecodingCost::Weight() const noexcept {
+  return cost_ + content_ / kComparedAtOnce;
+}
+
+// --- BodyScanner ---------------------------------------------------------------------------------
+
 std::size_t BodyScanner::Feed(std::span<const std::byte> bytes) {
   std::size_t position = 0;
   while (state_ == ScanState::kIncomplete && position < bytes.size()) {
-    const std::size_t over = std::min(step_over_, bytes.size() - position);
-    position += over;
-    step_over_ -= over;
-    if (position == bytes.size()) break;
-    Look(std::to_integer<std::uint8_t>(bytes[position++]));
+    const std::span<const std::byte> rest = bytes.subspan(position);
+    const auto byte = std::to_integer<std::uint8_t>(rest.front());
+    if (envelope_position_ < kHeadSize) {
+      LookAtEnvelope(byte);
+      ++position;
+    } else if (name_left_ != 0) {
+      const std::size_t step = std::min(name_left_, rest.size());
+      name_left_ -= step;
+      position += step;
+    } else if (value_.state() == ValueSkipper::State::kInside) {
+      position += FeedValue(rest);
+    } else {
+      LookAtEnd(byte);
+      ++position;
+    }
   }
   return position;
 }
 
-void BodyScanner::Look(std::uint8_t byte) {
-  switch (expected_) {
-    case Expected::kEnvelope:
-      if (byte != kEnvelope[envelope_position_]) return Refuse("not a call");
-      if (++envelope_position_ == std::size(kEnvelope)) StepOverText(Expected::kArgument);
-      return;
-    case Expected::kLengthHigh:
-      length_ = std::size_t{byte} << 8;
-      expected_ = Expected::kLengthLow;
-      return;
-    case Expected::kLengthLow:
-      length_ |= byte;
-      if (after_length_ == Expected::kChunk && length_ > lumo::kLongestChunk) {
-        return Refuse("chunk too long");
-      }
-      return StepOver(length_, after_length_);
-    case Expected::kArgument:
-    case Expected::kMapValue:
-      return LookAtValue(byte);
-    case Expected::kListStart:
-      if (byte == tag::kLength) return StepOver(4, Expected::kElement);
-      expected_ = Expected::kElement;
-      [[fallthrough]];
-    case Expected::kElement:
-      if (byte == tag::kEnd) return CloseContainer();
-      return LookAtValue(byte);
-    case Expected::kChunk:
-      if (IsStringTag(byte) != IsStringTag(chunk_tag_) ||
-          IsBinaryTag(byte) != IsBinaryTag(chunk_tag_)) {
-        return Refuse("chunk of another kind");
-      }
-      return LookAtValue(byte);
-    case Expected::kBodyEnd:
-      if (byte != tag::kEnd) return Refuse("more than one argument");
-      state_ = ScanState::kComplete;
-      return;
-    default:
-      return LookAtColumnsOrRows(byte);
+// The fixed bytes, then the length of the name.
+void BodyScanner::LookAtEnvelope(std::uint8_t byte) {
+  if (envelope_position_ >= kEnvelopeSize) {
+    name_left_ = name_left_ << 8 | byte;
+  } else if (byte != kEnvelope[envelope_position_]) {
+    return Refuse("not a call");
   }
+  ++envelope_position_;
 }
 
-void BodyScanner::LookAtValue(std::uint8_t byte) {
-  switch (byte) {
-    case tag::kNull:
-    case tag::kTrue:
-    case tag::kFalse:
-      Count(kScalarCost);
-      return EndValue();
-    case tag::kChar:
-      Count(kScalarCost);
-      step_over_ = 1;
-      return EndValue();
-    case tag::kInt:
-      Count(kScalarCost);
-      step_over_ = 4;
-      return EndValue();
-    case tag::kLong:
-    case tag::kDouble:
-    case tag::kDate:
-      Count(kScalarCost);
-      step_over_ = 8;
-      return EndValue();
-    case tag::kString:
-    case tag::kStringChunk:
-    case tag::kBinary:
-    case tag::kBinaryChunk:
-      Count(kScalarCost);
-      chunk_tag_ = byte;
-      if (!IsFinalChunk(byte)) return StepOverText(Expected::kChunk);
-      EndValue();  // sets what is expected behind the content
-      return StepOverText(expected_);
-    case tag::kList:
-      Open(Container::kList, kListCost);
-      expected_ = Expected::kListStart;
-      return;
-    case tag::kMap:
-      return Open(Container::kMap, kMapCost);
-    case tag::kTable:
-      Count(kTableCost);
-      expected_ = Expected::kTableColumns;
-      return;
-    case tag::kEnd:
-      return Refuse(expected_ == Expected::kMapValue ? "key without a value"
-                                                     : "call without an argument");
-    default:
-      return Refuse(kNoValue);
+std::size_t BodyScanner::FeedValue(std::span<const std::byte> bytes) {
+  const std::size_t used = value_.Feed(bytes, &cost_);
+  if (value_.state() == ValueSkipper::State::kRefused) {
+    const bool is_too_costly = value_.fault() == ValueSkipper::Fault::kObserver;
+    Refuse(is_too_costly ? cost_.complaint() : TextOf(value_.fault()));
+  } else if (value_.state() == ValueSkipper::State::kWhole && value_.type() == ValueType::kEnd) {
+    Refuse("call without an argument");
   }
+  return used;
 }
 
-void BodyScanner::LookAtColumnsOrRows(std::uint8_t byte) {
-  switch (expected_) {
-    case Expected::kTableColumns:
-      return Require(byte, tag::kList, Expected::kColumnCount);
-    case Expected::kColumnCount:
-      if (byte != tag::kLength) return Refuse(kBadTable);
-      return StepOver(4, Expected::kColumnName);
-    case Expected::kColumnName:
-      if (byte == tag::kEnd) {
-        expected_ = Expected::kTableRows;
-        return;
-      }
-      if (byte != tag::kString) return Refuse(kBadTable);
-      Count(kColumnCost);
-      return StepOverText(Expected::kColumnType);
-    case Expected::kColumnType:
-      if (byte != tag::kColumnType) return Refuse(kBadTable);
-      return StepOverText(Expected::kColumnName);
-    case Expected::kTableRows:
-      return Require(byte, tag::kList, Expected::kRowsStart);
-    case Expected::kRowsStart:
-      if (byte == tag::kLength) return StepOver(4, Expected::kRow);
-      [[fallthrough]];
-    case Expected::kRow:
-      if (byte == tag::kEnd) {
-        expected_ = Expected::kTableEnd;
-        return;
-      }
-      if (byte != tag::kList) return Refuse(kBadTable);
-      return Open(Container::kRow, kRowCost);
-    case Expected::kTableEnd:
-      if (byte != tag::kEnd) return Refuse(kBadTable);
-      return EndValue();
-    default:
-      return Refuse(kNoValue);
-  }
-}
-
-void BodyScanner::Require(std::uint8_t byte, std::uint8_t wanted, Expected next) {
-  if (byte != wanted) return Refuse(kBadTable);
-  expected_ = next;
-}
-
-void BodyScanner::StepOver(std::size_t count, Expected next) {
-  step_over_ = count;
-  expected_ = next;
-}
-
-void BodyScanner::StepOverText(Expected next) {
-  after_length_ = next;
-  expected_ = Expected::kLengthHigh;
-}
-
-void BodyScanner::Open(Container container, std::size_t cost) {
-  Count(cost);
-  if (levels_.size() == lumo::kDeepestNesting) return Refuse("values nested too deeply");
-  levels_.push_back({container});
-  expected_ = Expected::kElement;
-}
-
-void BodyScanner::CloseContainer() {
-  const Container closed = levels_.back().container;
-  levels_.pop_back();
-  if (closed != Container::kRow) return EndValue();
-  expected_ = Expected::kRow;
-}
-
-void BodyScanner::EndValue() {
-  if (levels_.empty()) {
-    expected_ = Expected::kBodyEnd;
-    return;
-  }
-  Level& level = levels_.back();
-  expected_ = Expected::kElement;
-  if (level.container != Container::kMap) return;
-  if (level.key_next) {
-    expected_ = Expected::kMapValue;
-    if (++level.entries > kMostMapEntries) Refuse("map with too many entries");
-  }
-  level.key_next = !level.key_next;
-}
-
-void BodyScanner::Count(std::size_t cost) {
-  cost_ += cost;
-  if (cost_ > kMostValues) Refuse("too many values");
+void BodyScanner::LookAtEnd(std::uint8_t byte) {
+  if (byte != lumo::tag::kEnd) return Refuse("more than one argument");
+  state_ = ScanState::kComplete;
 }
 
 void BodyScanner::Refuse(const char* reason) {
-  if (state_ == ScanState::kRefused) return;  // the first reason counts
   state_ = ScanState::kRefused;
   reason_ = reason;
 }

@@ -26,12 +26,12 @@ struct Counter final : SkipObserver {
 void Check(Bytes bytes) {
   auto cut = bytes.empty() ? 0u : static_cast<unsigned>(bytes.back());
   Counter counter;
-  ValueSkipper skipper(&counter);
+  ValueSkipper skipper;
   std::size_t used = 0;
   while (used < bytes.size() && skipper.state() == ValueSkipper::State::kInside) {
     cut = cut * 75 + 74;
     const std::size_t piece = std::min<std::size_t>(1 + cut % 11, bytes.size() - used);
-    const std::size_t taken = skipper.Feed(bytes.subspan(used, piece));
+    const std::size_t taken = skipper.Feed(bytes.subspan(used, piece), &counter);
     Require(taken == piece || skipper.state() != ValueSkipper::State::kInside);
     used += taken;
   }

@@ -99,6 +99,9 @@ TEST(RequestScanner, RefusesAsEarlyAsItCan) {
        "too many values"},
       {InPackets(BodyWith(BytesOf({"4d", {"repeat", "4e4e", 1001}})), 9000), 2015,
        "map with too many entries"},
+      {InPackets(BodyWith(BytesOf({"4d", {"repeat", {"56", {"repeat", "4e", 9998}, "7a4e"}, 2}})),
+                 65000),
+       20016, "keys too costly to compare"},
   };
   std::size_t used = 0;
   for (const auto& test : kCases) {

@@ -49,7 +49,8 @@ constexpr std::size_t kCountSize = 4;  // of elements or rows; not looked at, th
 
 }  // namespace
 
-std::size_t ValueSkipper::Feed(std::span<const std::byte> bytes) {
+std::size_t ValueSkipper::Feed(std::span<const std::byte> bytes, SkipObserver* observer) {
+  observer_ = observer;
   std::size_t position = 0;
   while (state_ == State::kInside && position < bytes.size()) {
     if (step_over_ == 0) {
@@ -62,6 +63,7 @@ std::size_t ValueSkipper::Feed(std::span<const std::byte> bytes) {
     step_over_ -= step;
     if (step_over_ == 0 && expected_ == Expected::kValueEnd) EndValue();
   }
+  observer_ = nullptr;
   return position;
 }
 
@@ -224,12 +226,12 @@ void ValueSkipper::Refuse(Fault fault) {
 }
 
 bool SkipValue(ByteSource& source, ValueType& type, SkipObserver* observer) {
-  ValueSkipper skipper(observer);
+  ValueSkipper skipper;
   while (skipper.state() == ValueSkipper::State::kInside) {
     std::uint8_t next = 0;
     if (!source.PeekByte(next)) return false;
     const std::span<const std::byte> bytes = source.at_hand();
-    source.Commit(bytes.data() + skipper.Feed(bytes));
+    source.Commit(bytes.data() + skipper.Feed(bytes, observer));
   }
   type = skipper.type();
   return skipper.state() == ValueSkipper::State::kWhole;

@@ -49,12 +49,10 @@ class ValueSkipper {
     kObserver,  // the observer refused
   };
 
-  // The observer, if any, is not owned and outlives the skipper.
-  explicit ValueSkipper(SkipObserver* observer = nullptr) noexcept : observer_(observer) {}
-
   // Looks at the next bytes and returns how many of them belong to the value: fewer than all only
   // when the state is not kInside any more. A refusal counts the byte that brought it.
-  std::size_t Feed(std::span<const std::byte> bytes);
+  // `observer`, which may be null, is told of what is in these bytes.
+  std::size_t Feed(std::span<const std::byte> bytes, SkipObserver* observer = nullptr);
 
   [[nodiscard]] State state() const noexcept { return state_; }
   [[nodiscard]] Fault fault() const noexcept { return fault_; }  // of kRefused
@@ -101,7 +99,7 @@ class ValueSkipper {
     return depth_ == 0 ? Place::kAlone : levels_[depth_ - 1];
   }
 
-  SkipObserver* observer_;
+  SkipObserver* observer_ = nullptr;  // while bytes are fed
   State state_ = State::kInside;
   Fault fault_ = Fault::kNone;
   ValueType type_ = ValueType::kNull;
