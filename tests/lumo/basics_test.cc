@@ -25,6 +25,9 @@ TEST(Buffers, GrowAsTheVectorsSay) {
       EXPECT_EQ(wide.capacity(), test["capacity"][i]) << test;
     }
   }
+  BasicString<char> nothing;
+  nothing.Append({});
+  EXPECT_EQ(nothing.capacity(), 64u) << "for the terminator";
   for (const Json& test : Vectors("strings.json", "writer_growth")) {
     MemoryWriter writer;
     for (std::size_t i = 0; i < test["appended"].size(); ++i) {
@@ -205,6 +208,7 @@ TEST(DateTime, FormatsAndParsesAsTheVectorsSay) {
     const std::string expected = test["text"].is_null() ? "refused" : test["text"];
     EXPECT_EQ(Text(std::move(moment), test["kind"], test["precision"]), expected) << test;
   }
+  EXPECT_EQ(Text(DateTime(0, 0, 0), 1, -1), "1970-01-01");
   for (const Json& test : Vectors("dates.json", "date_text")) {
     DateTime moment = DateTime::FromDate(Number(test["milliseconds"]), test["offset"]);
     EXPECT_EQ(Text(std::move(moment), 1, 1), test["text"]) << test;

@@ -8,8 +8,10 @@
 #include "lumo/codec/memory_writer.h"
 #include "lumo/codec/value_skipper.h"
 #include "lumo/reference.h"
+#include "lumo/value/big_int.h"
 #include "lumo/value/list.h"
 #include "lumo/value/map.h"
+#include "lumo/value/table.h"
 
 namespace {
 long allocations_left = -1;  // -1: no end
@@ -45,8 +47,9 @@ int FailEverywhere(const std::function<void()>& work, const std::function<void()
       work();
       allocations_left = -1;
       return n - 1;
-    } catch (const std::bad_alloc&) {
+    } catch (const std::bad_alloc& failure) {
       allocations_left = -1;
+      EXPECT_STREQ(failure.what(), "bad allocation");
       check();
     }
   }
@@ -78,6 +81,17 @@ TEST(Exhaustion, LeavesNothingBehindAndHalfDone) {
     if (!vector.contains("one_way")) EXPECT_EQ(Compare(copy, value), 0);
   }
   EXPECT_GT(failures, 100);
+  // Big integers, and the columns and rows of tables, take theirs in containers of the language.
+  EXPECT_GE(FailEverywhere(
+                [] {
+                  EXPECT_EQ(BigInt::FromDecimal(std::string_view("12345678901234567890"))->sign(),
+                            1);
+                  Table table;
+                  table.AddColumn("a name too long to lie in its own object", ValueType::kInt);
+                  table.AddRow();
+                },
+                [] {}),
+            4);
 }
 
 TEST(Exhaustion, AFailedInsertOrAppendChangesNothing) {

@@ -21,6 +21,9 @@ TEST(ValueType, NamesAndTagsMatchTheReference) {
     EXPECT_EQ(TypeName(ValueType{vector["tag"].get<std::uint8_t>()}), vector["name"]);
   for (const Json& vector : Vectors("values.json", "type_tags"))
     EXPECT_EQ(TypeFromName(vector["name"].get<std::string>()), ValueType{vector["tag"]}) << vector;
+  const char* const no_text = nullptr;
+  EXPECT_EQ(TypeFromName(no_text), ValueType::kNull);
+  EXPECT_TRUE(Value::BorrowString(no_text).IsNull() && Value::CopyString(no_text).IsNull());
 }
 
 int SignOf(const Json& a, const Json& b) {

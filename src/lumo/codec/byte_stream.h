@@ -46,9 +46,6 @@ class ByteSink {
   [[nodiscard]] std::span<std::byte> room() const noexcept { return {window_, window_end_}; }
   void Commit(std::byte* end) noexcept { window_ = end; }
 
-  // Says that `size` more bytes are about to be written, for sinks that can make use of it.
-  virtual void Expect(std::size_t /*size*/) {}
-
  protected:
   // Takes bytes that do not fit into the window. Returns how many of the `size` (at least 1) were
   // taken; 0 when the sink is closed, negative on an error. Bytes that went through the window

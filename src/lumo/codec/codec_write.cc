@@ -134,9 +134,6 @@ bool WriteTagged(ByteSink& sink, std::uint8_t value_tag, Number number) {
 
 [[gnu::noinline]] bool WriteChunks(ByteSink& sink, std::uint8_t chunk_tag, std::uint8_t final_tag,
                                    std::string_view text) {
-  if (text.size() > kLongestChunk) {
-    sink.Expect(text.size() + (text.size() / kLongestChunk + 1) * kTextHead);
-  }
   while (text.size() > kLongestChunk) {
     if (!WriteChunk(sink, chunk_tag, text.substr(0, kLongestChunk))) return false;
     text.remove_prefix(kLongestChunk);
@@ -145,7 +142,6 @@ bool WriteTagged(ByteSink& sink, std::uint8_t value_tag, Number number) {
 }
 
 bool WriteElements(ByteSink& sink, const List& list, int depth) {
-  sink.Expect(list.size());  // a byte each at the least
   ValueRun run(sink);
   for (const Value& element : list) {
     if (!run.Write(element, depth)) return false;
@@ -166,7 +162,6 @@ bool WriteCount(ByteSink& sink, std::size_t count) {
 
 [[gnu::noinline]] bool WriteMap(ByteSink& sink, const Map& map, int depth) {
   if (!sink.WriteByte(tag::kMap)) return false;
-  sink.Expect(map.size() * 2);
   ValueRun run(sink);
   for (const Map::Node& entry : map) {
     if (!run.Write(entry.key, depth) || !run.Write(entry.value, depth)) return false;

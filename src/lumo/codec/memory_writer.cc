@@ -17,10 +17,6 @@ MemoryWriter::~MemoryWriter() {
   base::DefaultAllocator::Free(data_);
 }
 
-void MemoryWriter::Expect(std::size_t size) {
-  if (size > room().size()) Grow(size);
-}
-
 std::ptrdiff_t MemoryWriter::Accept(const std::byte* data, std::size_t size) {
   Grow(size);
   std::memcpy(window_, data, size);

@@ -24,8 +24,6 @@ class MemoryWriter final : public ByteSink {
   }
   [[nodiscard]] std::span<const std::byte> bytes() const noexcept { return {data_, size()}; }
 
-  void Expect(std::size_t size) override;
-
  private:
   [[nodiscard]] std::ptrdiff_t Accept(const std::byte* data, std::size_t size) override;
 

@@ -108,7 +108,7 @@ void DateTime::FormatIso8601(DatePrecision precision) {
     fraction += kBillionthsPerSecond;
   }
   lumo::Format(text_, "%d-%02d-%02d", FullYear(local), local.month + 1, local.day);
-  if (precision == DatePrecision::kDay) return;
+  if (precision < DatePrecision::kSecond) return;
   lumo::Format(text_, "T%02d:%02d:%02d", local.hour, local.minute, local.second);
   if (precision == DatePrecision::kFraction) {
     lumo::Format(text_, ".%09d", fraction);

@@ -18,7 +18,8 @@ enum class DateFormat {
   kAsctime = 5,  // "Sun Nov  6 08:49:37 1994", in the moment's own zone, which it does not name
 };
 
-// How much of the moment the ISO form writes; the others always write seconds.
+// How much of the moment the ISO form writes; the others always write seconds. Less than kDay is
+// kDay.
 enum class DatePrecision { kDay = 0, kSecond = 1, kFraction = 2 };
 
 // Offsets are seconds to add to local time to get UTC, negative east of Greenwich. Move-only; used

@@ -37,13 +37,12 @@ class BasicString {
   BasicString& operator=(const BasicString&) = delete;
   ~BasicString() { Allocator::Free(data_); }
 
-  // `text` may be a part of this very string, in both.
+  // `text` may be a part of this very string, in both. An empty one takes room for its terminator.
   void Append(std::basic_string_view<Unit> text) {
-    if (text.empty()) return;
     const std::size_t offset = OffsetInBuffer(text.data());
     Unit* const target = Reserve(text.size());
     const Unit* const source = offset < capacity_ ? data_ + offset : text.data();
-    std::memmove(target, source, text.size() * sizeof(Unit));
+    if (!text.empty()) std::memmove(target, source, text.size() * sizeof(Unit));
     length_ += text.size();
   }
   void Assign(std::basic_string_view<Unit> text) {

@@ -256,11 +256,12 @@ bool ConvertToString(Value& value, ConversionMode mode) {
 bool ConvertToBinary(Value& value, ConversionMode mode) {
   std::span<const std::byte> bytes;
   if (!GetAsBinary(value, bytes, mode)) return false;
-  if (value.type() == ValueType::kString) {
+  if (value.type() == ValueType::kString || value.IsNull()) {
+    if (value.IsNull()) value.Clear();  // of a text cache, which would be taken for a binary's
     ValueTextAccess::MakeBinary(value);
     return true;
   }
-  // A binary is never without a pointer, even when it is without bytes.
+  // That of a big integer which is zero has a pointer all the same: without, it would be null.
   static constexpr std::byte kNothing[1] = {};
   if (bytes.empty()) bytes = {kNothing, 0};
   // The bytes of a number that the value owns are copied, because they go with the number.
@@ -314,11 +315,10 @@ bool GetAsDate(const Value& value, std::int64_t& out, ConversionMode mode) noexc
 bool GetAsBinary(const Value& value, std::span<const std::byte>& out,
                  ConversionMode mode) noexcept {
   const ValueType type = value.type();
-  if (type == ValueType::kBinary) {
-    out = value.bytes();
-    return true;
+  if (type == ValueType::kBinary || mode == ConversionMode::kStrict) {
+    out = value.bytes();  // a pointer and a length, of whatever
+    return type == ValueType::kBinary;
   }
-  if (mode == ConversionMode::kStrict) return false;
   if (type == ValueType::kNull) {
     out = {};
   } else if (type == ValueType::kString) {

@@ -2,8 +2,8 @@
 //
 // Each GetAs… returns whether `value` could be seen as the type. On failure `out` is left alone,
 // except with kStrict, which always copies the payload out as it is, whatever its type; only the
-// result tells whether that meant anything. (Content is not handed out as something that it is not:
-// an `out` of bytes or of a big number is then left alone too.) Only exhausted memory throws.
+// result tells whether that meant anything. (A big number is an object of its own and no part of
+// the payload: of a value that is none, there is none to copy.) Only exhausted memory throws.
 //
 // Which type goes to which, with its rules and oddities, stands at each case in
 // conversion.cc.

@@ -31,7 +31,7 @@ class ValueTextAccess {
     return std::exchange(value.text_cache_, nullptr);
   }
 
-  // Makes a binary of a string: content and owner stay.
+  // Makes a binary of a string or a null: content, if any, and owner stay.
   static void MakeBinary(Value& value) noexcept { value.type_ = ValueType::kBinary; }
 };
 

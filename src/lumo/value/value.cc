@@ -21,7 +21,9 @@ void* Duplicate(const void* bytes, std::size_t size) {
 }  // namespace
 
 Value::Value(const Value& other, CopyDepth depth) {
-  if (depth == CopyDepth::kShallow || !IsOwningType(other.type_)) {
+  // A null that was converted to a binary has no pointer, and nothing to copy.
+  const bool has_content = IsOwningType(other.type_) && other.payload_.content.pointer != nullptr;
+  if (depth == CopyDepth::kShallow || !has_content) {
     *this = other;
     return;
   }

@@ -84,6 +84,13 @@ class Value {
   // zero byte behind the content, which the length does not count.
   [[nodiscard]] static Value BorrowString(std::string_view text) noexcept;
   [[nodiscard]] static Value CopyString(std::string_view text);
+  // The same for zero-terminated texts.
+  [[nodiscard]] static Value BorrowString(const char* text) noexcept {
+    return text == nullptr ? Value() : BorrowString(std::string_view(text));
+  }
+  [[nodiscard]] static Value CopyString(const char* text) {
+    return text == nullptr ? Value() : CopyString(std::string_view(text));
+  }
   [[nodiscard]] static Value BorrowBinary(std::span<const std::byte> bytes) noexcept;
   [[nodiscard]] static Value CopyBinary(std::span<const std::byte> bytes);
   // Takes over `block`, made by DefaultAllocator with at least `size` + 1 bytes, the zero byte at

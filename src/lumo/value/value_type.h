@@ -34,6 +34,9 @@ enum class ValueType : std::uint8_t {
 
 // The type of that exact name; kNull for a null pointer or an unknown name.
 [[nodiscard]] ValueType TypeFromName(std::string_view name) noexcept;
+[[nodiscard]] inline ValueType TypeFromName(const char* name) noexcept {
+  return name == nullptr ? ValueType::kNull : TypeFromName(std::string_view(name));
+}
 
 // True for the types whose payload lies on the heap.
 [[nodiscard]] constexpr bool IsOwningType(ValueType type) noexcept {
