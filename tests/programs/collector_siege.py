@@ -19,7 +19,6 @@ import pathlib
 import random
 import shutil
 import signal
-import socket
 import subprocess
 import sys
 import tempfile
@@ -168,9 +167,9 @@ def hostile(count, seed):
                 for attacker in attackers:
                     attacker.join()
             require(collector.process.poll() is None, "the collector has ended")
-            status = pathlib.Path(f"/proc/{collector.process.pid}/status").read_text()
+            status = pathlib.Path(f"/proc/{collector.process.pid}/status").read_text(encoding="utf-8")
             resident = int(status.split("VmHWM:")[1].split()[0]) << 10
-            maps = pathlib.Path(f"/proc/{collector.process.pid}/maps").read_text()
+            maps = pathlib.Path(f"/proc/{collector.process.pid}/maps").read_text(encoding="utf-8")
         failed = [name for host in hosts for name in host.failed]
         require(not failed, f"good records without an answer: {failed[:3]}")
         good = {name for host in hosts for name in host.acknowledged}

@@ -364,7 +364,8 @@ class CollectorTest(unittest.TestCase):
             self.assertEqual(collector.line()["message"], "m")
             for status, *arguments in (
                     (2, "--fault", "1x:m"), (2, "--port", "65536"), (2, "--max-request", "-1"),
-                    (2, "--what"), (2, "--durable"), (1, "--output", "/"), (1, "--port", str(collector.tcp_port))):
+                    (2, "--what"), (2, "--durable"), (1, "--output", "/"),
+                    (1, "--port", str(collector.tcp_port))):
                 ended = subprocess.run([*COMMAND, *arguments], capture_output=True, timeout=PATIENCE)
                 self.assertEqual((ended.returncode, ended.stdout), (status, b""), arguments)
                 self.assertNotEqual(ended.stderr, b"", arguments)

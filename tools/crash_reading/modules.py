@@ -20,7 +20,7 @@ class Module:
     timestamp: int = 0  # in the header of its file
     version: str = ''   # of its file; a document may show that of another module
 
-    @classmethod
+    @classmethod  # pylint: disable-next=redefined-outer-name
     def at(cls, path: str, base: int, size: int, debug_id: str = '', timestamp: int = 0,
            version: str = '') -> 'Module':
         """The module of a Windows path."""

@@ -133,7 +133,8 @@ class State:
         assert facts.stack
         content = json.dumps(asdict(facts.stack), separators=(',', ':'))
         self.database.execute('insert or ignore into stack (content, lacked, sampled) values'
-                              " (?, ?, '')", (content, json.dumps([asdict(module) for module in facts.lacked])))
+                              " (?, ?, '')",
+                              (content, json.dumps([asdict(module) for module in facts.lacked])))
         self.database.execute('update stack set sample = ?, sampled = ? where content = ?'
                               ' and sampled < ?', (json.dumps(facts.sample), key, content, key))
         return int(self._value('select id from stack where content = ?', content))
