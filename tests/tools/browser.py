@@ -40,7 +40,9 @@ class Page:
         return self
 
     def __exit__(self, *_):
-        self.browser.kill()
+        # Asked to, it ends its helpers before itself; killed, it leaves them writing to the profile.
+        self.session = None
+        self.call('Browser.close')
         self.browser.wait(SECONDS)
         os.close(self.commands)
         self.input.close()
