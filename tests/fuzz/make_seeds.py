@@ -31,6 +31,7 @@ requests = bytes_of("records", "cases", key="request") + bytes_of("framing", "re
 dates = cases("dates", "parse")
 
 write("codec", values)
+write("skip", values)
 # A first byte says how: into which type and in which mode, a value or (with its top bit) a text.
 write("convert", [bytes([how]) + data for how, data in enumerate(values[:48])] +
       [bytes([0x80 + how]) + case["text"].encode() for how, case in enumerate(dates[:48])])
