@@ -4,6 +4,7 @@ tools/explain finds. The other ways to crash are the crash handler's own tests.
 
     crashing_host_test.py WINE tavu_crashing_host.exe
 """
+import json
 import os
 import pathlib
 import subprocess
@@ -24,7 +25,7 @@ SEEN_WITH_HANDLERS = ('throw', 'abort', 'purecall')
 
 
 class CrashingHostTest(unittest.TestCase):
-    def start(self, way, options=''):
+    def start(self, way, options='', program=HOST):
         """A host on its way, its temporary and application data in a folder of its own."""
         folder = tempfile.TemporaryDirectory(prefix='host')
         self.addCleanup(folder.cleanup)
@@ -32,7 +33,7 @@ class CrashingHostTest(unittest.TestCase):
         # Wine takes these variables from nobody but a program of its own; a batch file needs no
         # quoting that survives the way through two systems' shells.
         pathlib.Path(folder.name, 'run.bat').write_text(
-            f'@set TMP={windows_folder}\n@set LOCALAPPDATA={windows_folder}\n@"Z:{HOST}" {way} '
+            f'@set TMP={windows_folder}\n@set LOCALAPPDATA={windows_folder}\n@"Z:{program}" {way} '
             f'127.0.0.1 9 --keep-files --no-restart --auto-report {options}\n',
             encoding='utf-8', newline='\r\n')
         return folder.name, subprocess.Popen(
@@ -69,6 +70,41 @@ class CrashingHostTest(unittest.TestCase):
             part = output.split(f'Call stack in the {stack}')[1].split('\n\n')[0]
             self.assertRegex(part, rf'Write\n +at examples/crashing_host/ways\.cc:{failing}\n')
             self.assertRegex(part, r'WritingWorker\n +at examples/crashing_host/ways\.cc:\d+\n')
+
+    def test_triage_of_two_versions(self):
+        """What the document's stack does not tell (a call to nowhere) and what lies in a module that
+        is not at hand, named by the symbols of the right version."""
+        following = HOST.parent / 'next' / HOST.name
+        crashes = [(way, version, *self.start(way, program=program)) for way, version, program in (
+            ('raise', '1.0.0', HOST), ('raise', '1.1.0', following), ('execute', '1.1.0', following))]
+        with tempfile.TemporaryDirectory() as name:
+            store = pathlib.Path(name)
+            with open(store / 'records.jsonl', 'w', encoding='utf-8') as records:
+                for way, version, folder, host in crashes:
+                    host.wait(SECONDS)
+                    record = {'kind': 'crash', 'time': version, 'software_version': version}
+                    for kind, ending in (('document', 'CrashInfo.xml'), ('dump', 'Crash.dmp')):
+                        file, = pathlib.Path(folder).glob(f'*_{ending}')
+                        stored = file.rename(store / f'{way}-{version}-{ending}')
+                        record[f'{kind}_file'] = {'name': stored.name}
+                    print(json.dumps(record), file=records)
+            output = subprocess.run(
+                [ROOT / 'tools/triage', store / 'records.jsonl', '--store', store, '--symbols',
+                 HOST.parent, '--json'], stdout=subprocess.PIPE, text=True, check=True).stdout
+        source = (ROOT / 'examples/crashing_host/ways.cc').read_text('utf-8').splitlines()
+        groups = {group['signature'][0]: group for group in json.loads(output)['groups']}
+        for function, statement, versions in (
+                ('Raise', '::RaiseException(setting.code', ['1.1.0', '1.0.0']),
+                ('Execute', '(g_nowhere)();', ['1.1.0'])):
+            group = groups.pop(f'crashing_host::{function}')
+            self.assertEqual([v['version'] for v in group['versions']], versions)
+            died = next(frame for frame in group['stack'] if frame['host'])
+            line = int(died['place'].removeprefix('examples/crashing_host/ways.cc:'))
+            # After the call a compiler may give the next line.
+            self.assertIn(statement, '\n'.join(source[line - 2:line]))
+            self.assertEqual(group['signature'][1:],
+                             ['crashing_host::UpdateWorld', 'crashing_host::PlayFrame'])
+        self.assertEqual(groups, {})
 
 
 if __name__ == '__main__':
