@@ -255,8 +255,12 @@ TEST(CustomInfo, ComesFromTheHostsFunctionOrTheStoredText) {
   info.SetText("\x82");  // half a character
   EXPECT_EQ(text(), L"none") << "of the text before";
   std::setlocale(LC_CTYPE, "C");
-  info.SetText(static_cast<const wchar_t*>(nullptr));
-  EXPECT_EQ(text(), L"none");
+  for (const bool wide : {false, true}) {
+    info.SetText("before");
+    wide ? info.SetText(static_cast<const wchar_t*>(nullptr))
+         : info.SetText(static_cast<const char*>(nullptr));
+    EXPECT_EQ(text(), L"none");
+  }
 
   // Each replaces the one before.
   info.SetText("s & <t>");

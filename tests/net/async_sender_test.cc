@@ -22,9 +22,9 @@ struct {
   HANDLE late_thread = nullptr;
   int looks = 0;
   HANDLE work = nullptr;
-  std::atomic<int> waits_for_work = 0;
   TAVU::test::Event waits, may_wait;  // of a late worker, for work
-  TAVU::test::Monitor monitor;        // of `open`
+  TAVU::test::Monitor monitor;        // of what follows
+  std::size_t waits_for_work = 0;
   std::vector<HANDLE> open;
 } seam;
 
@@ -68,7 +68,7 @@ std::uintptr_t __cdecl Begin(void* security, unsigned stack, unsigned(__stdcall*
 DWORD WINAPI Wait(HANDLE handle, DWORD milliseconds) {
   REAL(WaitForSingleObject);
   if (handle == seam.work) {
-    ++seam.waits_for_work;
+    seam.monitor.Do([] { ++seam.waits_for_work; });
     if (seam.late) {
       seam.waits.Set();
       real(seam.may_wait.get(), INFINITE);
@@ -114,6 +114,7 @@ std::unique_ptr<AsyncSender> NewSender(std::uint16_t port, std::uint32_t timeout
                                        Protocol protocol = Protocol::kTcp) {
   seam.open.clear();
   seam.work = nullptr;
+  seam.waits_for_work = 0;
   seam.creator = ::GetCurrentThreadId();
   auto sender = AsyncSender::Create({kHost, port, timeout}, QTC::PendingOnStop::kDeliver, protocol);
   seam.creator = 0;
@@ -202,13 +203,14 @@ TEST(AsyncSender, SleepsBetweenCallsAndLeavesTwoHandlesBehind) {
   ASSERT_TRUE(sender);
   const std::vector<HANDLE> made = seam.open;
   ASSERT_EQ(made.size(), 4u);
-  seam.waits_for_work = 0;
+  const auto waits = [] { return seam.waits_for_work; };
   for (std::size_t calls = 1; calls <= 10; ++calls) {
     EXPECT_TRUE(sender->Enqueue("LuaDump", Value::Int(1)));
     ASSERT_EQ(server.WaitForRequests(calls).size(), calls);
+    EXPECT_EQ(seam.monitor.When([&] { return waits() > calls; }, waits), calls + 1);
+    EXPECT_EQ(::WaitForMultipleObjects(1, &seam.work, FALSE, 0), WAIT_TIMEOUT) << "it never sleeps";
   }
   sender.reset();
-  EXPECT_LE(seam.waits_for_work, 11) << "awake without a call";
   const auto closed = [] { return seam.open.size() <= 2; };
   EXPECT_EQ(seam.monitor.When(closed, [] { return seam.open; }),
             (std::vector<HANDLE>{made[1], made[3]}))
