@@ -21,20 +21,6 @@ const T* Directory(int index) {
   return At<T>(Header().DataDirectory[index].VirtualAddress);
 }
 
-#define EXPORT(name) #name,
-const std::set<std::string> kExports = {
-#include "exports.inc"
-};
-
-TEST(Image, ExportsTheInterfaceAndNothingElse) {
-  const auto* directory = Directory<IMAGE_EXPORT_DIRECTORY>(IMAGE_DIRECTORY_ENTRY_EXPORT);
-  const auto* names = At<DWORD>(directory->AddressOfNames);
-  std::set<std::string> exported;
-  for (DWORD i = 0; i < directory->NumberOfNames; ++i) exported.insert(At<char>(names[i]));
-  EXPECT_EQ(exported.size(), 38u);
-  EXPECT_EQ(exported, kExports);
-}
-
 TEST(Image, ImportsLibrariesOfWindowsOnly) {
   const auto* entry = Directory<IMAGE_IMPORT_DESCRIPTOR>(IMAGE_DIRECTORY_ENTRY_IMPORT);
   std::set<std::string> imported;

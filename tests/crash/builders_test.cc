@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "api/frame/text_conversion.h"
 #include "crash/document/crash_document.h"
 #include "crash/document/custom_info.h"
 #include "crash/document/stack_walk.h"
@@ -66,6 +67,9 @@ std::unique_ptr<XmlNode> TreeOf(const Json& notation) {
 
 TEST(Texts, AreThoseOfTheReference) {
   const Json vectors = test::LoadVectors("texts.json");
+  for (const Json& c : vectors["percent_encode"]) {
+    EXPECT_EQ(api::PercentEncode(test::TextOf(c["text"])), c["encoded"].get<std::string>());
+  }
   for (const auto& [kind, escape] :
        {std::pair("escape_xml_text", &EscapeXmlText),
         std::pair("escape_command_line_value", &EscapeCommandLineValue)}) {

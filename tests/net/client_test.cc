@@ -109,18 +109,6 @@ TEST(WinSock, IsStartedAndEndedByEachClient) {
   winsock = {};
 }
 
-TEST(Client, UnderstandsRepliesAsTheVectorsHaveThem) {
-  ScriptedServer server;
-  const QtcClientPtr client = CreateQtcClient();
-  const Json replies = LoadVectors("replies.json")["replies"];
-  for (const Json& c : replies) {
-    server.Next({Act::kAnswerThenClose, BytesOf(c["bytes"])});
-    ASSERT_EQ(client->OpenTcp(kHost, server.port(), kTimeout), ResultCode::kSuccess);
-    EXPECT_EQ(static_cast<int>(client->Call("tavu_server", Value())), c["code"]) << c["name"];
-    client->Close();
-  }
-}
-
 TEST(Client, SaysWhatAServerDidToACall) {
   const Bytes long_reply =
       BytesOf(Json::parse(R"(["cf1000040197720100530190",["repeat","78",400],"7a0000"])"));

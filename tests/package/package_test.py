@@ -1,5 +1,5 @@
 """The package as its users meet it: unpacked into an empty folder, with nothing else of the project
-at hand. Hosts are built on it by three ways, each sends a log record through the packaged DLL, and
+at hand. Hosts are built on it in two ways, each sends a log record through the packaged DLL, and
 the packaged collector must print it.
 
 usage: package_test.py RUNNER ZIP
@@ -21,7 +21,6 @@ import collector_test  # noqa: E402
 
 RUNNER, ZIP = None, None
 GCC = ["x86_64-w64-mingw32-gcc", "-Wall", "-Wextra", "-Werror", "-static"]
-KERNEL32 = "/usr/x86_64-w64-mingw32/lib/libkernel32.a"
 
 
 def run(*command):
@@ -78,18 +77,6 @@ class PackageTest(unittest.TestCase):
         self.assertEqual({(line["transport"], line["user_id"], line["message"]) for line in lines},
                          {("tcp", "kim lee", "connection lost, trying again"),
                           ("udp", "kim lee", "slow frame")})
-
-    def test_host_of_the_other_abi(self):
-        run("clang", "--target=x86_64-pc-windows-msvc", "-ffreestanding", "-Wall", "-Werror", "-c",
-            HERE / "other_abi_host.c", f"-I{self.package}/include", "-o", self.folder / "host.obj")
-        run("lld-link", "/entry:start", "/nodefaultlib", "/subsystem:console",
-            self.folder / "host.obj", self.package / "lib" / "TAVU.lib", KERNEL32,
-            f"/out:{self.folder / 'host.exe'}")
-        with collector_test.Collector() as collector:
-            (line,) = self.lines_of(self.folder / "host.exe", collector.tcp_port,
-                                    collector=collector)
-        self.assertEqual((line["software_id"], line["level"], line["message"]),
-                         ("other-abi", 3, "from the other ABI"))
 
 
 if __name__ == "__main__":

@@ -8,7 +8,6 @@
 
 #include "body_scanner.h"
 #include "lumo/codec/codec.h"
-#include "lumo/codec/memory_reader.h"
 #include "request_scanner.h"
 #include "support/vectors.h"
 
@@ -50,32 +49,6 @@ std::pair<ScanState, std::string> Scan(const Bytes& request, std::size_t& used,
         std::span(request).subspan(used, std::min<std::size_t>(3, request.size() - used)));
   }
   return {scanner.state(), scanner.reason()};
-}
-
-// Every value that the decoder takes has an end that the scanner finds; no value that the decoder
-// refuses looks whole.
-TEST(RequestScanner, AgreesWithTheDecoder) {
-  const test::Json vectors = test::LoadVectors("codec.json");
-  for (const char* list : {"encode", "decode", "refused"}) {
-    for (const auto& vector : vectors[list]) {
-      if (vector["bytes"].is_object()) continue;
-      SCOPED_TRACE(vector["name"].get<std::string>());
-      Bytes value = BytesOf(vector["bytes"]);
-      if (vector.contains("used")) value.resize(vector["used"].get<std::size_t>());
-      lumo::MemoryReader reader(value);
-      lumo::Value decoded;
-      const bool taken =
-          lumo::ReadValue(reader, decoded) && decoded.type() != lumo::ValueType::kEnd;
-      const Bytes body = BodyWith(value);
-      for (const Bytes& request :
-           {InPackets(body, 5), Joined({BytesOf("cf10000a800000000101"), body})}) {
-        std::size_t used = 0;
-        const auto [state, reason] = Scan(request, used);
-        EXPECT_EQ(state == ScanState::kComplete, taken) << reason;
-        if (taken) EXPECT_EQ(used, request.size());
-      }
-    }
-  }
 }
 
 TEST(RequestScanner, RefusesAsEarlyAsItCan) {
