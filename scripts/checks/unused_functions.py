@@ -21,6 +21,7 @@ DATA_LAYER = {
     'BorrowTable': 'as BorrowList',
     'Compare': 'the order of values; the library only asks whether they are equal',
     'cell': 'reading one cell of a table; the library only writes and reads whole ones',
+    'Compare': 'the order of values; the library itself only asks whether keys are equal',
     'ConvertInPlace': 'conversion between value types, which the hosts of other services need',
     'GetThreadError': 'reads back what SetThreadError left; hosts read it with a function of Windows',
 }

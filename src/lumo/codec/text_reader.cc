@@ -21,7 +21,7 @@ constexpr TextKind kStringKind = {ValueType::kString, tag::kStringChunk, tag::kS
 constexpr TextKind kBinaryKind = {ValueType::kBinary, tag::kBinaryChunk, tag::kBinary};
 
 // A block that is filled piece by piece and becomes a value's content. There is always room for the
-// zero byte behind it.
+// zero byte after it.
 class TextBlock {
  public:
   TextBlock() = default;
@@ -31,7 +31,7 @@ class TextBlock {
 
   void Reserve(std::size_t size) { SetCapacity(size + 1); }
 
-  // Reads `count` more bytes behind those that are there.
+  // Reads `count` more bytes after those that are there.
   [[nodiscard]] bool Append(ByteSource& source, std::size_t count) {
     const std::size_t needed = size_ + count + 1;
     if (needed > capacity_) SetCapacity(std::max(needed, capacity_ * 2));
@@ -58,7 +58,7 @@ class TextBlock {
   std::size_t capacity_ = 0;
 };
 
-// Bytes of the content whose chunks begin at `bytes`, behind the first chunk's tag, when all of it
+// Bytes of the content whose chunks begin at `bytes`, after the first chunk's tag, when all of it
 // is at hand and well formed; 0 otherwise.
 std::size_t SizeAtHand(std::span<const std::byte> bytes, const TextKind& kind) noexcept {
   std::size_t total = 0;
