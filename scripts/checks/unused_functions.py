@@ -19,7 +19,6 @@ CALLED_FROM_OUTSIDE = re.compile(r'TAVU_\w+|DllMain|__verbose_terminate_handler'
 DATA_LAYER = {
     'BorrowList': 'a value of each container type can be borrowed; the library borrows maps only',
     'BorrowTable': 'as BorrowList',
-    'Compare': 'the order of values; the library only asks whether they are equal',
     'cell': 'reading one cell of a table; the library only writes and reads whole ones',
     'Compare': 'the order of values; the library itself only asks whether keys are equal',
     'ConvertInPlace': 'conversion between value types, which the hosts of other services need',
