@@ -16,28 +16,12 @@ void AppendProgram(std::wstring& line, std::wstring_view reporterPath) {
   line.append(L"\"").append(reporterPath).append(L"\\TAVU_CrashReporter.exe\" ");
 }
 
-// Values go right into the line, so that building it
-// needs little memory.
 void AppendPair(std::wstring& line, std::wstring_view key, std::wstring_view value) {
   line.append(key).append(value).push_back(L' ');
 }
 
-void AppendEscaped(std::wstring& line, std::wstring_view text) {
-  constexpr std::wstring_view kEscaped = L" \t\r\n%";
-  while (true) {
-    const std::size_t run = text.find_first_of(kEscaped);
-    line.append(text.substr(0, run));
-    if (run == std::wstring_view::npos) return;
-    line.push_back(L'%');
-    base::AppendHex(line, text[run], base::HexDigits::kUpper);
-    text.remove_prefix(run + 1);
-  }
-}
-
 void AppendEscapedPair(std::wstring& line, std::wstring_view key, std::wstring_view value) {
-  line.append(key);
-  AppendEscaped(line, value);
-  line.push_back(L' ');
+  AppendPair(line, key, EscapeCommandLineValue(value));
 }
 
 void AppendSignedPair(std::wstring& line, std::wstring_view key, std::uint32_t value) {
@@ -89,9 +73,16 @@ std::wstring BuildRestartCommandLine(std::wstring_view reporterPath,
 }
 
 std::wstring EscapeCommandLineValue(std::wstring_view text) {
+  constexpr std::wstring_view kEscaped = L" \t\r\n%";
   std::wstring escaped;
-  AppendEscaped(escaped, text);
-  return escaped;
+  while (true) {
+    const std::size_t run = text.find_first_of(kEscaped);
+    escaped.append(text.substr(0, run));
+    if (run == std::wstring_view::npos) return escaped;
+    escaped.push_back(L'%');
+    base::AppendHex(escaped, text[run], base::HexDigits::kUpper);
+    text.remove_prefix(run + 1);
+  }
 }
 
 }  // namespace TAVU::crash
