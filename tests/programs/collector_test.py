@@ -280,7 +280,7 @@ class CollectorTest(unittest.TestCase):
         whole = request_named("plain")
         cases = [
             (b"GET / HTTP/1.1\r\n\r\n", "not a request"),
-            (call(b"ZVl\xff\xff\xff\xffS\0\1at\0\3intzVzz"), "values that cannot be decoded"),
+            (call(b"ZVl\xff\xff\xff\xffS\0\1at\0\3intzVzz"), "malformed table"),
             (whole[:-1], f"the connection ended inside a request, after {len(whole) - 1} bytes"),
         ]
         with Collector() as collector, collector.connect() as bystander:
