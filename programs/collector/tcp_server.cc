@@ -46,12 +46,12 @@ class TcpServer::Session : public std::enable_shared_from_this<Session> {
         scanner_(server.settings_.max_request) {
     server_.sessions_.insert(this);
     ++share_->connections;
+    ++server_.connections_;
   }
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
   ~Session() {
-    StopWaiting();
-    --share_->connections;
+    StopCounting();
     server_.sessions_.erase(this);
     if (server_.stopping_ && server_.sessions_.empty()) server_.clock_.cancel();
   }
@@ -225,9 +225,17 @@ class TcpServer::Session : public std::enable_shared_from_this<Session> {
 
   void Close() {
     state_ = State::kClosed;
-    StopWaiting();
+    StopCounting();
     std::error_code ignored;  // the connection is given up in any case
     socket_.close(ignored);
+  }
+
+  // From now on it takes nobody's place, though its last operations may still be under way.
+  void StopCounting() {
+    StopWaiting();
+    if (!std::exchange(counted_, false)) return;
+    --share_->connections;
+    --server_.connections_;
   }
 
   void StopWaiting() {
@@ -241,6 +249,7 @@ class TcpServer::Session : public std::enable_shared_from_this<Session> {
   Clock::time_point begun_;  // when the request's first bytes came
   const std::string peer_;
   State state_ = State::kReading;
+  bool counted_ = true;
   const std::shared_ptr<PeerShare> share_;
   ByteChain chain_;
   RequestScanner scanner_;
@@ -298,7 +307,7 @@ void TcpServer::Greet(tcp::socket socket) {
 void TcpServer::Admit(tcp::socket socket, const tcp::endpoint& peer) {
   const std::shared_ptr<PeerShare> share = shares_.Of(peer.address());
   const bool own = share->connections >= settings_.most_connections_of_address;
-  const bool all = sessions_.size() >= settings_.most_connections;
+  const bool all = connections_ >= settings_.most_connections;
   const std::string_view reason =
       own ? "its address has too many connections" : "there are too many connections";
   if ((own || all) && !GiveUpOldest(own ? share.get() : nullptr, nullptr, reason)) {

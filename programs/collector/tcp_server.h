@@ -50,7 +50,7 @@ class TcpServer {
   void Start();
   void Stop();
 
-  [[nodiscard]] std::size_t connections() const noexcept { return sessions_.size(); }
+  [[nodiscard]] std::size_t connections() const noexcept { return connections_; }
 
  private:
   class Session;
@@ -75,6 +75,7 @@ class TcpServer {
   PeerShares shares_;
   std::unordered_set<Session*> sessions_;  // each removes itself
   std::list<Session*> waiting_;            // for bytes of a request, the longest time first
+  std::size_t connections_ = 0;            // open
   bool stopping_ = false;
   std::size_t failed_accepts_ = 0;  // in a row
 };
