@@ -79,7 +79,7 @@ class TcpServer::Session : public std::enable_shared_from_this<Session> {
   // Looks whether the peer has taken more time than it has.
   void CheckTime(Clock::time_point now) {
     const auto idle_timeout = server_.settings_.idle_timeout;
-    const bool idle = idle_timeout > 0ms && now > alive_ + idle_timeout;
+    const bool idle = idle_timeout > Clock::duration::zero() && now > alive_ + idle_timeout;
     switch (state_) {
       case State::kReading:
         if (scanner_.size() == 0) return idle ? Close() : void();

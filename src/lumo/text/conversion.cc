@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <type_traits>
+#include <utility>
 
 #include "lumo/dates/date_time.h"
 #include "lumo/text/number_text.h"
@@ -24,8 +25,8 @@ constexpr int kDoubleBits = 53;  // of a double's significand
 // --- Pieces -------------------------------------------------------------------------------------
 
 template <typename T>
-bool Assign(const std::optional<T>& result, T& out) noexcept {
-  if (result) out = *result;
+bool Assign(std::optional<T> result, T& out) {
+  if (result) out = std::move(*result);
   return result.has_value();
 }
 

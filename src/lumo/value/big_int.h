@@ -11,7 +11,8 @@
 
 namespace TAVU::lumo {
 
-class BigInt : public base::FromDefaultAllocator {
+// Moving allocates nothing, though the move of a text can where allocators differ.
+class BigInt : public base::FromDefaultAllocator {  // NOLINT(bugprone-exception-escape)
  public:
   using Limbs = base::HeapVector<std::uint32_t>;
 
