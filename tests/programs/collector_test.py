@@ -103,6 +103,11 @@ def log_line(message):
     return call(record({5: string("0"), 3: string("4"), 8: string(message)}), "tavu_server")
 
 
+# Whoever starts this may ignore interrupts, and what it starts would inherit that; one ends the
+# collector.
+signal.signal(signal.SIGINT, signal.default_int_handler)
+
+
 class Collector:
     """A running collector: its ports, and what it writes, line by line. It has to end
     with `status`, however much of the test it served."""
