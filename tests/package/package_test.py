@@ -48,7 +48,7 @@ class PackageTest(unittest.TestCase):
                      "include/tavu/tavu.h", "docs/wire.md", "docs/crashes.md", "CHANGELOG.md"):
             self.assertTrue((self.package / file).is_file(), file)
         run(sys.executable, self.package / "tools" / "explain", "--help")
-        run(self.package / "tools" / "triage", "--help")
+        run("/usr/bin/python3", self.package / "tools" / "triage", "--help")
         readme = (self.package / "README.md").read_text()
         named = re.findall(r"\]\(([^)#:]+)\)", readme) + re.findall(r"^\| `([^`]+)`", readme, re.M)
         self.assertGreaterEqual(len(named), 10)
