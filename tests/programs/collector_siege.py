@@ -24,6 +24,7 @@ import sys
 import tempfile
 import threading
 import time
+import types
 
 import collector_test as test
 
@@ -134,8 +135,8 @@ def hostile_requests(count, seed):
         yield bytes(request), chance.random() < 0.3
 
 
-def attack(collector, count, seed):
-    with collector.datagrams() as datagrams:
+def attack(ports, count, seed):
+    with test.Collector.datagrams(ports) as datagrams:
         kept_open = []
         for request, over_udp in hostile_requests(count, seed):
             with contextlib.suppress(OSError):
@@ -143,7 +144,7 @@ def attack(collector, count, seed):
                     for at in range(0, len(request), 2048):
                         datagrams.send(request[at:at + 2048])
                     continue
-                peer = collector.connect()
+                peer = test.Collector.connect(ports)
                 kept_open.append(peer)
                 peer.sendall(request)
             while len(kept_open) > 50:  # many without their end
@@ -159,13 +160,16 @@ def hostile(count, seed):
                             "--max-memory", MEMORY, "--max-files", "2000",
                             watched=False) as collector:
             # Processes, because threads of one would wait for each other more than for the collector.
-            attackers = [multiprocessing.Process(target=attack, args=(collector, count // 2, seed + i))
-                         for i in range(2)]
+            # New ones, because a fork would take along the locks that threads hold.
+            ports = types.SimpleNamespace(tcp_port=collector.tcp_port, udp_port=collector.udp_port)
+            attackers = [multiprocessing.get_context("spawn").Process(
+                target=attack, args=(ports, count // 2, seed + i)) for i in range(2)]
             with good_hosts(collector, 4, 0.004) as hosts:
                 for attacker in attackers:
                     attacker.start()
                 for attacker in attackers:
                     attacker.join()
+            require(all(attacker.exitcode == 0 for attacker in attackers), "an attacker gave up")
             require(collector.process.poll() is None, "the collector has ended")
             status = pathlib.Path(f"/proc/{collector.process.pid}/status").read_text(encoding="utf-8")
             resident = int(status.split("VmHWM:")[1].split()[0]) << 10
