@@ -134,7 +134,7 @@ class ScriptedServer::Impl {
 
   // Goes on with the script, up to the next wait.
   void Play(Session& session) {
-    const auto& [act, reply, endless] = session.script;
+    const auto& [act, reply] = session.script;
     if (act == Act::kStopReading) return;
     asio::error_code ignored;  // a client that is gone shows when the server reads
     const auto send = [&, &bytes = reply](std::size_t begin, std::size_t end) {
@@ -151,7 +151,6 @@ class ScriptedServer::Impl {
       }
       if (step == kShut) session.socket.shutdown(tcp::socket::shutdown_send, ignored);
       if (step == kSend && !reply.empty()) send(0, reply.size());
-      if (step == kSend && !endless.empty()) return SendForEver(session);
       if (step == kSendHalf) send(0, reply.size() / 2);
       for (std::size_t i = 0; step == kSendByByte && i < reply.size(); ++i) {
         send(i, i + 1);
@@ -177,13 +176,6 @@ class ScriptedServer::Impl {
                                      ++session.step;
                                      Play(session);
                                    });
-  }
-
-  void SendForEver(Session& session) {
-    asio::async_write(session.socket, asio::buffer(session.script.endless),
-                      [&](asio::error_code error, std::size_t) {
-                        error ? Finish(session, ConnectionEnd::kReset) : SendForEver(session);
-                      });
   }
 
   // Under Wine a reset reads as an orderly end when Wine's own server saw it first. A byte sent

@@ -24,8 +24,8 @@ Bytes BytesOfText(std::string_view text);
 Bytes SuccessReply();  // a whole reply with a null result
 Bytes FaultReply();    // a whole reply with a fault without entries
 
-// What the server does with a connection; behind it, it reads on until the client ends. "Sends":
-// `reply`, and `endless` over and over behind it.
+// What the server does with a connection; after it, it reads on until the client ends. "Sends":
+// `reply`.
 enum class Act {
   kAnswer,           // reads a whole request, then sends
   kAnswerThenClose,  // the same, and closes its half in an orderly way
@@ -46,7 +46,6 @@ enum class Act {
 struct Script {
   Act act = Act::kAnswer;
   Bytes reply = SuccessReply();
-  Bytes endless = {};
 };
 
 enum class ConnectionEnd {

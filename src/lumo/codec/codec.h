@@ -18,7 +18,7 @@ namespace TAVU::lumo {
 
 // Writes `value` and everything in it, depth first. False when the sink refused, when a type
 // without an encoding occurs anywhere in it or when it is nested too deeply; bytes already written
-// stay. A sink that borrows refers to the texts and binaries of `value` until it is flushed.
+// stay.
 [[nodiscard]] bool WriteValue(ByteSink& sink, const Value& value);
 
 // Reads one value and everything in it. False on any byte sequence that is no value; `out` is then

@@ -192,7 +192,7 @@ void ValueSkipper::LookAtTable(std::uint8_t byte) {
       if (byte == tag::kLength) return StepOver(kCountSize, Expected::kRow);
       [[fallthrough]];
     case Expected::kRow:
-      if (byte == tag::kEnd) return require(tag::kEnd, Expected::kTableEnd);
+      if (byte == tag::kEnd) return void(expected_ = Expected::kTableEnd);
       if (byte != tag::kList) return Refuse(Fault::kBrokenTable);
       if (observer_ != nullptr && !observer_->OnRow()) return Refuse(Fault::kObserver);
       expected_ = Expected::kElement;
