@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "lumo/codec/encoding.h"
+#include "net/wire/message.h"
 
 namespace TAVU::collector {
 namespace {
@@ -11,7 +12,9 @@ using lumo::Place;
 using lumo::ValueSkipper;
 using lumo::ValueType;
 
-constexpr std::uint8_t kEnvelope[] = {'c', 1, 0, 'm'};
+namespace envelope = QTC::envelope;
+constexpr std::uint8_t kEnvelope[] = {envelope::kCall, envelope::kVersion[0], envelope::kVersion[1],
+                                      envelope::kMethod};
 
 // What a decoded value takes in memory, in units of about 64 bytes.
 constexpr std::size_t kScalarCost = 1;
@@ -132,6 +135,7 @@ std::size_t BodyScanner::Feed(std::span<const std::byte> bytes) {
 
 // The fixed bytes, then the length of the name.
 void BodyScanner::LookAtEnvelope(std::uint8_t byte) {
+  static_assert(sizeof kEnvelope == kEnvelopeSize);
   if (envelope_position_ >= kEnvelopeSize) {
     name_left_ = name_left_ << 8 | byte;
   } else if (byte != kEnvelope[envelope_position_]) {

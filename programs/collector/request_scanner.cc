@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <utility>
 
+#include "net/wire/transport_header.h"
+
 namespace TAVU::collector {
 namespace {
 
-constexpr std::uint8_t kFirstByte = 0xCF;
-constexpr std::size_t kShortHeader = 4;  // bytes; without masks
-constexpr std::size_t kMaskSize = 4;
-constexpr std::uint8_t kField0 = 0x80;  // in the first byte of the first mask
+using Header = QTC::TransportHeader;
+
+constexpr std::uint32_t kField0 = Header::BitOf(0) >> 24;  // in the first byte of the first mask
 
 }  // namespace
 
@@ -38,16 +39,16 @@ std::size_t RequestScanner::Feed(std::span<const std::byte> bytes) {
 void RequestScanner::Look(std::uint8_t byte) {
   switch (expected_) {
     case Expected::kHeader:
-      if (position_ == 0 && byte != kFirstByte) return Refuse("not a request");
+      if (position_ == 0 && byte != Header::kFirstByte) return Refuse("not a request");
       if (position_ >= 2) length_ = length_ << 8 | byte;
-      if (++position_ < kShortHeader) return;
-      if (length_ == kShortHeader) return EndHeader();
-      if (length_ < kShortHeader + kMaskSize) return Refuse("malformed header");
+      if (++position_ < Header::kFixedSize) return;
+      if (length_ == Header::kFixedSize) return EndHeader();
+      if (length_ < Header::kFixedSize + Header::kMaskSize) return Refuse("malformed header");
       expected_ = Expected::kFirstMask;
       return;
     case Expected::kFirstMask:
       body_in_packets_ = (byte & kField0) == 0;
-      step_over_ = length_ - kShortHeader - 1;  // fields are the decoder's business
+      step_over_ = length_ - Header::kFixedSize - 1;  // fields are the decoder's business
       return EndHeader();
     case Expected::kPacketHigh:
       length_ = std::size_t{byte} << 8;

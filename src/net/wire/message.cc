@@ -14,10 +14,6 @@ using lumo::ValueType;
 
 namespace {
 
-constexpr std::uint8_t kVersion[2] = {0x01, 0x00};
-constexpr std::uint8_t kMethodTag = 'm';
-constexpr std::uint8_t kFaultTag = 'f';
-
 constexpr char kCodeKey[] = "code";
 constexpr char kMessageKey[] = "message";
 constexpr char kDetailKey[] = "detail";
@@ -27,9 +23,9 @@ struct KindTag {
   std::uint8_t tag;
 };
 constexpr KindTag kKindTags[] = {
-    {MessageKind::kMessage, 'm'},
-    {MessageKind::kCall, 'c'},
-    {MessageKind::kReply, 'r'},
+    {MessageKind::kMessage, envelope::kMessage},
+    {MessageKind::kCall, envelope::kCall},
+    {MessageKind::kReply, envelope::kReply},
 };
 
 bool WriteKind(lumo::ByteSink& sink, MessageKind kind) {
@@ -40,9 +36,9 @@ bool WriteKind(lumo::ByteSink& sink, MessageKind kind) {
 }
 
 bool ReadVersion(lumo::ByteSource& source) {
-  std::uint8_t version[sizeof kVersion];
+  std::uint8_t version[sizeof envelope::kVersion];
   return source.Read(version, sizeof version) &&
-         std::memcmp(version, kVersion, sizeof version) == 0;
+         std::memcmp(version, envelope::kVersion, sizeof version) == 0;
 }
 
 // The kind's tag and the version.
@@ -59,7 +55,7 @@ bool ReadKind(lumo::ByteSource& source, MessageKind& out) {
 
 bool ReadMethodSize(lumo::ByteSource& source, std::uint16_t& out) {
   std::uint8_t tag = 0;
-  return source.ReadByte(tag) && tag == kMethodTag && lumo::ReadUint16(source, out);
+  return source.ReadByte(tag) && tag == envelope::kMethod && lumo::ReadUint16(source, out);
 }
 
 // Memory is taken for those bytes of the name only that have come.
@@ -86,7 +82,7 @@ bool WriteEntry(lumo::ByteSink& sink, std::string_view key, const Value& value) 
 bool WriteFault(lumo::ByteSink& sink, const Fault& fault) {
   // Readers require a string, so an absent message goes out as an empty one.
   const Value no_message = Value::BorrowString("");
-  return sink.WriteByte(kFaultTag) && WriteEntry(sink, kCodeKey, Value::Int(fault.code)) &&
+  return sink.WriteByte(envelope::kFault) && WriteEntry(sink, kCodeKey, Value::Int(fault.code)) &&
          WriteEntry(sink, kMessageKey, fault.message.IsNull() ? no_message : fault.message) &&
          WriteEntry(sink, kDetailKey, fault.detail);
 }
@@ -143,8 +139,9 @@ void Message::Reset() {
 }
 
 bool Message::WriteHead(lumo::ByteSink& sink) const {
-  if (!WriteKind(sink, kind) || !sink.Write(kVersion, sizeof kVersion)) return false;
-  if (kind == MessageKind::kCall) return lumo::WriteChunk(sink, kMethodTag, method);
+  if (!WriteKind(sink, kind) || !sink.Write(envelope::kVersion, sizeof envelope::kVersion))
+    return false;
+  if (kind == MessageKind::kCall) return lumo::WriteChunk(sink, envelope::kMethod, method);
   return kind != MessageKind::kReply || !is_fault || WriteFault(sink, fault);
 }
 
@@ -163,7 +160,7 @@ std::optional<Answer> ReadAnswer(lumo::ByteSource& body) {
   if (kind != MessageKind::kReply) return Answer::kNoReply;
   std::uint8_t next = 0;
   if (!body.PeekByte(next)) return std::nullopt;
-  if (next == kFaultTag) return when(body.Skip(1) && SkipFault(body), Answer::kFault);
+  if (next == envelope::kFault) return when(body.Skip(1) && SkipFault(body), Answer::kFault);
   // Only a reply without a fault has a result.
   return when(SkipResult(body), Answer::kResult);
 }

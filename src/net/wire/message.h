@@ -13,6 +13,16 @@
 
 namespace TAVU::QTC {
 
+// The bytes of the envelope.
+namespace envelope {
+inline constexpr std::uint8_t kMessage = 'm';
+inline constexpr std::uint8_t kCall = 'c';
+inline constexpr std::uint8_t kReply = 'r';
+inline constexpr std::uint8_t kVersion[2] = {0x01, 0x00};  // after the kind
+inline constexpr std::uint8_t kMethod = 'm';               // of a call, before the name's length
+inline constexpr std::uint8_t kFault = 'f';                // of a reply
+}  // namespace envelope
+
 enum class MessageKind : std::uint32_t { kMessage = 0, kCall = 1, kReply = 2 };
 
 struct Fault {

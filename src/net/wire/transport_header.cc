@@ -12,19 +12,12 @@ namespace TAVU::QTC {
 
 namespace {
 
-constexpr std::uint8_t kFirstByte = 0xCF;
-constexpr std::size_t kFixedSize = 4;  // first byte, version, length
 constexpr std::size_t kLongestField = 255;
-
-// Field i stands in bit 31 - i; bit 0 stands for nothing.
-constexpr std::uint32_t BitOf(std::size_t field) {
-  return std::uint32_t{1} << (31 - field);
-}
 
 std::uint32_t MaskOf(const TransportHeader::FieldList& fields) noexcept {
   std::uint32_t mask = 0;
   for (std::size_t i = 0; i < fields.size(); ++i) {
-    if (fields[i]) mask |= BitOf(i);
+    if (fields[i]) mask |= TransportHeader::BitOf(i);
   }
   return mask;
 }
@@ -45,7 +38,7 @@ bool ReadFields(lumo::MemoryReader& source, TransportHeader::FieldList& fields) 
   std::uint32_t mask = 0;
   if (!lumo::ReadUint32(source, mask)) return false;
   for (std::size_t i = 0; i < fields.size(); ++i) {
-    if ((mask & BitOf(i)) == 0) continue;
+    if ((mask & TransportHeader::BitOf(i)) == 0) continue;
     std::uint8_t size = 0;
     if (!source.ReadByte(size) || size > source.remaining()) return false;
     if (!source.Read(fields[i].emplace(size, '\0').data(), size)) return false;

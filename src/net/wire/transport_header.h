@@ -15,8 +15,16 @@ namespace TAVU::QTC {
 
 class TransportHeader {
  public:
+  static constexpr std::uint8_t kFirstByte = 0xCF;
+  static constexpr std::size_t kFixedSize = 4;  // bytes: first byte, version, length
+  static constexpr std::size_t kMaskSize = 4;   // bytes of the mask in front of a list's fields
   static constexpr std::size_t kFieldsPerList = 31;
   using FieldList = std::array<std::optional<std::string>, kFieldsPerList>;
+
+  // Field i of a list stands in bit 31 - i of its mask; bit 0 stands for nothing.
+  [[nodiscard]] static constexpr std::uint32_t BitOf(std::size_t field) noexcept {
+    return std::uint32_t{1} << (31 - field);
+  }
 
   void Reset() noexcept;  // version 1.0, no fields
 
