@@ -19,7 +19,7 @@ class ByteChain {
   ByteChain& operator=(const ByteChain&) = delete;
   ~ByteChain();
 
-  // Room behind the last byte, for Commit to make part of the chain. Empty when the budget is used
+  // Room after the last byte, for Commit to make part of the chain. Empty when the budget is used
   // up.
   [[nodiscard]] std::span<std::byte> Room();
   void Commit(std::size_t count) noexcept;

@@ -30,7 +30,7 @@ class RequestScanner {
  private:
   enum class Expected : std::uint8_t {
     kHeader,      // its four fixed bytes
-    kFirstMask,   // the four bytes behind them, in a longer header
+    kFirstMask,   // the four bytes after them, in a longer header
     kPacketHigh,  // of a packet's length, the first byte
     kPacketLow,
     kPacket,  // its content

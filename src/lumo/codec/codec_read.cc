@@ -251,7 +251,7 @@ bool ReadName(ByteSource& source, std::uint8_t expected_tag, base::HeapText& out
   return ReadTag(source, tag::kEnd);
 }
 
-// The rows and, behind them, the end of the table.
+// The rows and, after them, the end of the table.
 bool ReadRows(ByteSource& source, Table& table, int depth) {
   std::uint8_t next = 0;
   if (!ReadTag(source, tag::kList) || !source.ReadByte(next)) return false;

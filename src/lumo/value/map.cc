@@ -31,10 +31,10 @@ bool HashDecides(const Value& key) noexcept {
 
 }  // namespace
 
-// The last entry of each bucket, behind which the next bucket's begin, and a table of all entries
+// The last entry of each bucket, after which the next bucket's begin, and a table of all entries
 // whose hash decides: open addressing, at most half full.
 struct Map::Index {
-  // Made as one block of memory, the slots behind the object. Their number is a power of two.
+  // Made as one block of memory, the slots after the object. Their number is a power of two.
   static Index* Make(std::size_t slot_count) {
     void* memory = base::DefaultAllocator::Allocate(sizeof(Index) + slot_count * sizeof(void*));
     Index& index = *::new (memory) Index{{}, slot_count - 1};

@@ -95,7 +95,7 @@ class Map : public base::FromDefaultAllocator {
     std::size_t size;  // with this header
   };
 
-  // Where a bucket's entries stand or would stand in the chain: behind `before`, or first of all.
+  // Where a bucket's entries stand or would stand in the chain: after `before`, or first of all.
   struct Place {
     Node* before;
     Node* first;  // the bucket's first entry, or that of a later bucket, or null

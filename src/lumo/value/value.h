@@ -81,7 +81,7 @@ class Value {
   }
 
   // Text and bytes. A null data pointer gives a null value, whatever the length. A copy carries a
-  // zero byte behind the content, which the length does not count.
+  // zero byte after the content, which the length does not count.
   [[nodiscard]] static Value BorrowString(std::string_view text) noexcept;
   [[nodiscard]] static Value CopyString(std::string_view text);
   // The same for zero-terminated texts.

@@ -24,10 +24,10 @@ enum class Carrier {
 
 // Writes a call of `method` with one argument. The bytes are the same on both carriers.
 //
-// Kept on purpose, because hosts and servers have long lived with it:
+// Two things to know:
 // - The result tells of every whole 2048 bytes of the request before its last ones, and not of
 //   those nor of the end packet: a request of one such buffer counts as written even when its send
-//   fails.
+//   fails. Over TCP the missing reply then tells; over UDP it is as good as a lost datagram.
 // - A request that fails on the way, say over an argument without an encoding, still gets its end
 //   packet: the server sees a broken request at once instead of waiting for the rest of one.
 [[nodiscard]] bool WriteRequest(Transport& connection, std::string_view method,
@@ -50,7 +50,7 @@ enum class Carrier {
 [[nodiscard]] bool ReadRequest(lumo::ByteSource& connection, Message& request,
                                lumo::Value& argument);
 
-// Write a whole reply, end packet included. A fault's entries are closed by an end tag, behind
+// Write a whole reply, end packet included. A fault's entries are closed by an end tag, after
 // which a null result and the message's own end tag follow: a reader that takes the fault for the
 // whole message stops at the first, one that expects a result in every reply finds it.
 [[nodiscard]] bool WriteResultReply(lumo::ByteSink& connection, const lumo::Value& result);

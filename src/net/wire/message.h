@@ -41,7 +41,7 @@ struct Message {
 
   // Writes the part in front of the arguments: kind, version, and a call's method name (its length
   // modulo 65536) or a fault with its three entries. Values and the end tag follow by the caller.
-  // A fault ends with its entries: no end tag and no result stands behind them here.
+  // A fault ends with its entries: no end tag and no result follows them here.
   [[nodiscard]] bool WriteHead(lumo::ByteSink& sink) const;
 
   // Reads the part in front of a call's argument. False for a message of another kind, too.
