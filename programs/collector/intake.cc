@@ -69,7 +69,10 @@ class Intake::Work {
     return problem_.empty() ? Outcome::kKept : Outcome::kNotKept;
   }
   [[nodiscard]] bool has_line() const noexcept { return decoded_ && !out_of_memory_; }
-  [[nodiscard]] std::string TakeLine() noexcept { return std::move(described_.line); }
+  [[nodiscard]] FinishedRecord TakeRecord() noexcept {
+    return {std::move(described_.line), described_.kind, std::move(described_.software),
+            has_attachments()};
+  }
 
  private:
   void RunOutOfMemory() {
@@ -86,7 +89,7 @@ class Intake::Work {
   bool out_of_memory_ = false;
 };
 
-Intake::Intake(asio::io_context& context, AttachmentStore& store, LineOutput& output,
+Intake::Intake(asio::io_context& context, AttachmentStore& store, RecordSink& output,
                Metrics& metrics, std::uint64_t count, std::function<void()> on_enough)
     : context_(context),
       store_(store),
@@ -152,12 +155,13 @@ void Intake::Print(Waiting waiting) {
   const Outcome outcome = work->outcome();
   if (!work->has_line()) return End(waiting.completion, outcome);
   ++printing_;
-  output_.Print(work->TakeLine(), work->has_attachments(),
-                [this, outcome, completion = std::move(waiting.completion)](bool printed) {
-                  if (!printed) --printing_;
-                  End(completion, printed ? outcome : Outcome::kNotKept);
-                  if (printed && ++printed_ == count_) on_enough_();
-                });
+  output_.Put(work->TakeRecord(),
+              [this, outcome, completion = std::move(waiting.completion)](Outcome put) {
+                const bool printed = put == Outcome::kKept;
+                if (!printed) --printing_;
+                End(completion, printed ? outcome : put);
+                if (printed && ++printed_ == count_) on_enough_();
+              });
 }
 
 void Intake::End(const Completion& completion, Outcome outcome) {

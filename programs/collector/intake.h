@@ -13,9 +13,9 @@
 
 #include "attachment_store.h"
 #include "byte_chain.h"
-#include "line_output.h"
 #include "metrics.h"
 #include "outcome.h"
+#include "record_sink.h"
 
 namespace TAVU::collector {
 
@@ -37,7 +37,7 @@ class Intake {
   };
 
   // After `count` records `on_enough` is called, once; 0: never.
-  Intake(asio::io_context& context, AttachmentStore& store, LineOutput& output, Metrics& metrics,
+  Intake(asio::io_context& context, AttachmentStore& store, RecordSink& output, Metrics& metrics,
          std::uint64_t count, std::function<void()> on_enough);
   ~Intake();
 
@@ -64,7 +64,7 @@ class Intake {
 
   asio::io_context& context_;
   AttachmentStore& store_;
-  LineOutput& output_;
+  RecordSink& output_;
   Metrics& metrics_;
   const std::uint64_t count_;
   std::uint64_t printing_ = 0;  // records printed, or about to be

@@ -22,7 +22,7 @@ bool IsReaderGone(const std::error_code& error) {
 
 }  // namespace
 
-LineOutput::LineOutput(asio::io_context& context, const AttachmentStore& store, std::string path,
+LineOutput::LineOutput(asio::io_context& context, const FolderStore& store, std::string path,
                        bool durable, std::function<void()> on_reader_gone)
     : context_(context),
       store_(store),
@@ -35,10 +35,15 @@ LineOutput::~LineOutput() {
   committer_.join();
 }
 
-void LineOutput::Print(std::string line, bool has_attachments, Done done) {
-  line += '\n';
-  waiting_bytes_ += line.size();
-  waiting_.push_back({std::move(line), has_attachments, std::move(done)});
+std::string LineOutput::Open() {
+  const std::error_code error = file_.Open();
+  return error ? "--output: " + error.message() : std::string();
+}
+
+void LineOutput::Put(FinishedRecord record, Done done) {
+  record.line += '\n';
+  waiting_bytes_ += record.line.size();
+  waiting_.push_back({std::move(record.line), record.has_attachments, std::move(done)});
   if (gave_up_) return GiveUpWaiting(std::make_error_code(std::errc::timed_out));
   if (durable_) {
     CommitWaiting();
@@ -119,7 +124,7 @@ void LineOutput::Settle(const Line& line, const std::error_code& error) {
   const bool was_congested = congested();
   waiting_bytes_ -= line.text.size();
   if (error) Explain(Topic::kNotKept, "a record is lost: the output: " + error.message());
-  line.done(!error);
+  line.done(error ? Outcome::kNotKept : Outcome::kKept);
   if (IsReaderGone(error)) on_reader_gone_();
   if (was_congested && !congested() && on_room_) on_room_();
 }

@@ -3,9 +3,6 @@
 // Lines are written as soon as the other end takes them; while it does not, they wait, and their
 // peers for their replies. In durable mode a thread of its own writes all lines that have gathered
 // and syncs them, with the names of their attachments, by one sync, while further ones gather.
-//
-// Life: Open, then Print until Stop; destroyed after the io_context has run out of work. Used by
-// the one thread that runs the io_context.
 #pragma once
 
 #include <asio/io_context.hpp>
@@ -19,40 +16,29 @@
 #include <system_error>
 #include <vector>
 
-#include "attachment_store.h"
+#include "folder_store.h"
 #include "output_file.h"
+#include "record_sink.h"
 
 namespace TAVU::collector {
 
-class LineOutput {
+class LineOutput final : public RecordSink {
  public:
-  using Done = std::function<void(bool printed)>;
-
-  // Above this many bytes in lines that wait the output counts as congested.
-  static constexpr std::size_t kCongestion = std::size_t{16} << 20;
-
   // `path` in UTF-8; empty for standard output. `on_reader_gone` is called when nobody reads the
   // output any more.
-  LineOutput(asio::io_context& context, const AttachmentStore& store, std::string path,
-             bool durable, std::function<void()> on_reader_gone);
-  ~LineOutput();
+  LineOutput(asio::io_context& context, const FolderStore& store, std::string path, bool durable,
+             std::function<void()> on_reader_gone);
+  ~LineOutput() override;
 
-  [[nodiscard]] std::error_code Open() { return file_.Open(); }
+  [[nodiscard]] std::string Open() override;
 
-  // Writes one line, without its line feed. `done` is told, perhaps before this returns, whether it
-  // was written whole, and synced if that is wanted; if not, that has been explained.
-  void Print(std::string line, bool has_attachments, Done done);
+  // Kept is what was written whole, and synced if that is wanted.
+  void Put(FinishedRecord record, Done done) override;
+  void Reopen() override;
+  void Stop() override;
 
-  // Goes on with a new file under the same name.
-  void Reopen();
-
-  // Gives the lines that wait a moment, and them up then.
-  void Stop();
-
-  [[nodiscard]] bool congested() const noexcept { return waiting_bytes_ > kCongestion; }
-  [[nodiscard]] std::size_t waiting_bytes() const noexcept { return waiting_bytes_; }
-  // `on_room` is called when the output is congested no more.
-  void set_on_room(std::function<void()> on_room) { on_room_ = std::move(on_room); }
+  [[nodiscard]] bool congested() const noexcept override { return waiting_bytes_ > kCongestion; }
+  [[nodiscard]] std::size_t waiting_bytes() const noexcept override { return waiting_bytes_; }
 
  private:
   struct Line {
@@ -73,10 +59,9 @@ class LineOutput {
   void LosePatience();
 
   asio::io_context& context_;
-  const AttachmentStore& store_;
+  const FolderStore& store_;
   const bool durable_;
   const std::function<void()> on_reader_gone_;
-  std::function<void()> on_room_;
   OutputFile file_;
   asio::steady_timer patience_;
   std::deque<Line> waiting_;

@@ -12,10 +12,8 @@
 #include <string>
 #include <string_view>
 
-#include "attachment_store.h"
 #include "explain.h"
 #include "intake.h"
-#include "line_output.h"
 #include "listening.h"
 #include "lumo/codec/memory_writer.h"
 #include "lumo/value/value.h"
@@ -24,6 +22,7 @@
 #include "metrics_server.h"
 #include "net/wire/exchange.h"
 #include "options.h"
+#include "outlets.h"
 #include "platform.h"
 #include "tcp_server.h"
 #include "udp_receiver.h"
@@ -37,6 +36,7 @@ constexpr int kExitFailure = 1;
 // The answer to a request that could not be kept: its sender must not take it for safe.
 constexpr std::int32_t kNotKeptCode = 1;
 constexpr std::string_view kNotKeptMessage = "the collector could not keep this record";
+constexpr std::string_view kUnacknowledgedMessage = "the stream did not acknowledge this record";
 
 std::string BytesOf(const lumo::MemoryWriter& writer) {
   return std::string(reinterpret_cast<const char*>(writer.data()), writer.size());
@@ -85,10 +85,12 @@ TcpSettings TcpSettingsFrom(const Options& options) {
       .balancers = options.balancers,
       .success_reply = SuccessReply(),
       .failure_reply = FaultReply(kNotKeptCode, kNotKeptMessage),
+      .unacknowledged_reply = FaultReply(kNotKeptCode, kUnacknowledgedMessage),
   };
   if (options.fault) {
     settings.success_reply = FaultReply(options.fault->code, options.fault->message);
     settings.failure_reply = settings.success_reply;
+    settings.unacknowledged_reply = settings.success_reply;
   }
   return settings;
 }
@@ -98,9 +100,11 @@ class Collector {
  public:
   Collector(asio::io_context& context, ListeningSockets sockets, const Options& options)
       : has_output_file_(!options.output.empty()),
-        store_(options.store, options.store_limits, options.durable),
-        output_(context, store_, options.output, options.durable,
-                [this] { StopWith(kExitFailure); }),
+        outlets_(options.nats_servers.empty()
+                     ? LocalOutlets(context, options, [this] { StopWith(kExitFailure); })
+                     : StreamOutlets(context, options)),
+        store_(*outlets_.store),
+        output_(*outlets_.output),
         budget_(options.max_memory),
         intake_(context, store_, output_, metrics_, options.count, [this] { StopWith(0); }),
         tcp_(context, std::move(sockets.acceptor), intake_, budget_, metrics_,
@@ -111,8 +115,8 @@ class Collector {
 
   // False, with an explanation, when the output cannot be had.
   [[nodiscard]] bool Start() {
-    if (const std::error_code error = output_.Open()) {
-      Explain(Topic::kService, "--output: " + error.message());
+    if (const std::string error = output_.Open(); !error.empty()) {
+      Explain(Topic::kService, error);
       return false;
     }
     signals_.async_wait([this](const std::error_code& cancelled, int) {
@@ -127,8 +131,7 @@ class Collector {
   void PrepareStore() {
     const std::string complaint = store_.Prepare();
     if (complaint.empty()) return;
-    Explain(Topic::kService,
-            "--store: " + complaint + "; attachments are lost until this is mended");
+    Explain(Topic::kService, complaint + "; attachments are lost until this is mended");
   }
 
   void ServeMetrics(asio::ip::tcp::acceptor acceptor) {
@@ -181,8 +184,9 @@ class Collector {
 
   const bool has_output_file_;
   Metrics metrics_;
-  AttachmentStore store_;
-  LineOutput output_;
+  const Outlets outlets_;
+  AttachmentStore& store_;
+  RecordSink& output_;
   MemoryBudget budget_;
   Intake intake_;
   TcpServer tcp_;

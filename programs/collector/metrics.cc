@@ -33,6 +33,7 @@ std::string MetricsText(const Metrics& metrics, const Gauges& gauges) {
   Describe(text, kRequests, "counter", "Requests by what became of them.");
   Put(text, kRequests, "{outcome=\"kept\"}", count(Outcome::kKept));
   Put(text, kRequests, "{outcome=\"fault\"}", count(Outcome::kNotKept));
+  Put(text, kRequests, "{outcome=\"unacknowledged\"}", count(Outcome::kUnacknowledged));
   Put(text, kRequests, "{outcome=\"refused\"}", count(Outcome::kRefused) + metrics.bad_requests);
   Put(text, kRequests, "{outcome=\"given_up\"}", metrics.given_up);
   constexpr std::string_view kBytes = "tavu_collector_received_bytes_total";

@@ -14,10 +14,10 @@ struct Metrics {
   void Count(Outcome outcome) noexcept { ++requests[static_cast<std::size_t>(outcome)]; }
 
   // Since the start.
-  std::array<std::uint64_t, 4> requests = {};  // by Outcome
-  std::uint64_t bad_requests = 0;              // refused before they were whole
-  std::uint64_t given_up = 0;                  // unfinished, to make room or after their time
-  std::uint64_t tcp_bytes = 0;                 // received
+  std::array<std::uint64_t, kOutcomes> requests = {};  // by Outcome
+  std::uint64_t bad_requests = 0;                      // refused before they were whole
+  std::uint64_t given_up = 0;   // unfinished, to make room or after their time
+  std::uint64_t tcp_bytes = 0;  // received
   std::uint64_t udp_bytes = 0;
   std::uint64_t accepted = 0;  // connections
 };

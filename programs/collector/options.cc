@@ -2,11 +2,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <chrono>
 #include <system_error>
 #include <vector>
 
+#include "outlets.h"
 #include "platform.h"
 
 namespace TAVU::collector {
@@ -55,7 +57,7 @@ void AddTime(CLI::App& app, const std::string& name, std::chrono::milliseconds& 
          help)
       ->check(CLI::Range(0.0, kLongestTime))
       ->type_name("SECONDS")
-      ->default_str(std::to_string(std::chrono::duration_cast<std::chrono::seconds>(time).count()));
+      ->default_str(CLI::detail::to_string(std::chrono::duration<double>(time).count()));
 }
 
 void AddSources(CLI::App& app, Options& options) {
@@ -107,6 +109,32 @@ void AddResults(CLI::App& app, Options& options) {
   AddNumber(app, "--count", options.count, "end after this many records; 0: do not");
 }
 
+void AddStream(CLI::App& app, Options& options) {
+  CLI::Option* const nats =
+      app.add_option("--nats", options.nats_servers,
+                     "publish the records to NATS JetStream instead, and answer when it has them")
+          ->type_name("URL[,URL...]");
+  CLI::Option* const stream =
+      app.add_option("--stream", options.stream,
+                     "the stream, and the object bucket of that name for attachments; both must "
+                     "be there")
+          ->check([](const std::string& name) {
+            const bool plain = std::all_of(name.begin(), name.end(), [](unsigned char character) {
+              return std::isalnum(character) != 0 || character == '-' || character == '_';
+            });
+            return plain && !name.empty() ? std::string()
+                                          : "not of letters, digits, - and _: " + name;
+          })
+          ->type_name("NAME");
+  nats->needs(stream);
+  stream->needs(nats);
+  for (const char* local : {"--output", "--store", "--durable"}) {
+    nats->excludes(app.get_option(local));
+  }
+  AddTime(app, "--nats-time", options.nats_patience,
+          "time for a record to be acknowledged, before its sender gets a fault");
+}
+
 void AddBounds(CLI::App& app, Options& options) {
   AddSize(app, "--max-request", options.max_request,
           "largest request, in bytes or with a unit (64K, 16M); unless told, a block of 256 MiB "
@@ -141,6 +169,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& exit_code) {
       "tavu_collector");
   AddSources(app, options);
   AddResults(app, options);
+  if (HasStreams()) AddStream(app, options);
   AddBounds(app, options);
   app.add_option("--fault", fault, "answer with this fault instead of success")
       ->type_name("CODE[:MESSAGE]")

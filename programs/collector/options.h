@@ -9,7 +9,7 @@
 #include <set>
 #include <string>
 
-#include "attachment_store.h"
+#include "folder_store.h"
 
 namespace TAVU::collector {
 
@@ -25,6 +25,10 @@ struct Options {
   StoreLimits store_limits = {0, 0, std::uint64_t{64} << 20};
   std::string output;  // file, in UTF-8; empty for standard output
   bool durable = false;
+  std::string nats_servers;  // URLs, with commas between them; empty: no stream
+  std::string stream;        // and the bucket of the same name
+  // Less than the 2 seconds for which hosts wait after a script dump, the most impatient ones.
+  std::chrono::milliseconds nats_patience = std::chrono::milliseconds(1800);
   std::optional<FaultAnswer> fault;  // instead of success
   std::uint64_t count = 0;           // records after which to end; 0: no end
   // By default a block of 256 MiB gets through, with a mebibyte for its framing and other fields.

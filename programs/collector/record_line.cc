@@ -164,13 +164,20 @@ class RecordWriter {
   std::vector<AttachmentSlot>& slots_;
 };
 
-void PutRecord(JsonText& line, LineValues& values, const lumo::Map& record,
-               std::vector<AttachmentSlot>& slots) {
-  const RecordKind kind = KindOf(record);
-  line.Key("kind");
-  line.Text(kKindNames[static_cast<std::size_t>(kind)]);
+std::string_view NameOf(RecordKind kind) {
+  return kKindNames[static_cast<std::size_t>(kind)];
+}
 
-  RecordWriter writer(line, values, slots);
+void PutRecord(JsonText& line, LineValues& values, const lumo::Map& record,
+               DescribedCall& described) {
+  const RecordKind kind = KindOf(record);
+  described.kind = NameOf(kind);
+  line.Key("kind");
+  line.Text(described.kind);
+  const lumo::Map::Node* software = record.Find(NumberOf(RecordKey::kSoftwareId));
+  if (software != nullptr && IsBytes(software->value)) described.software = software->value.text();
+
+  RecordWriter writer(line, values, described.slots);
   const auto applies = [kind](const Field& field) {
     return !field.only_in || field.only_in == kind;
   };
@@ -249,8 +256,9 @@ DescribedCall DescribeCall(const CallFacts& facts, const Value& argument) {
   line.Key("service");
   line.Text(CutText(facts.service, kLongestText));
   if (IsRecord(argument)) {
-    PutRecord(line, values, argument.map(), described.slots);
+    PutRecord(line, values, argument.map(), described);
   } else {
+    described.kind = NameOf(RecordKind::kUnknown);
     line.Key("argument");
     values.Put(argument);
   }

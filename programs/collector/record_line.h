@@ -31,6 +31,8 @@ struct AttachmentSlot {
 struct DescribedCall {
   std::string line;
   std::vector<AttachmentSlot> slots;  // in the order of their positions
+  std::string_view kind;              // as in the line, static; "unknown" for what is no record
+  std::string software;               // of a record that tells its software's identifier
 };
 
 // A record (a map with numbers as keys, a text under the one of the record's kind) by the names of

@@ -2,23 +2,25 @@
 // processor has for it. sha256_openssl.cc and sha256_bcrypt.cc; the build chooses one.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <span>
-#include <string>
 
 namespace TAVU::collector {
 
 class Sha256 {
  public:
+  using Digest = std::array<unsigned char, 32>;
+
   Sha256();  // throws std::bad_alloc
   ~Sha256();
   Sha256(const Sha256&) = delete;
   Sha256& operator=(const Sha256&) = delete;
 
   void Update(std::span<const std::byte> bytes);
-  // The digest of all bytes as 64 hexadecimal digits. The object is used up then.
-  [[nodiscard]] std::string FinishHex();
+  // The digest of all bytes. The object is used up then.
+  [[nodiscard]] Digest Finish();
 
  private:
   struct State;

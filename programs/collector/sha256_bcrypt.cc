@@ -3,10 +3,8 @@
 #include <bcrypt.h>
 
 #include <algorithm>
-#include <array>
 #include <new>
 
-#include "hex_text.h"
 #include "sha256.h"
 
 namespace TAVU::collector {
@@ -51,10 +49,10 @@ void Sha256::Update(std::span<const std::byte> bytes) {
   }
 }
 
-std::string Sha256::FinishHex() {
-  std::array<unsigned char, 32> digest;
+Sha256::Digest Sha256::Finish() {
+  Digest digest;
   Require(BCryptFinishHash(state_->hash, digest.data(), static_cast<ULONG>(digest.size()), 0));
-  return HexText(digest);
+  return digest;
 }
 
 }  // namespace TAVU::collector

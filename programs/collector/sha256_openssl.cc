@@ -1,9 +1,7 @@
 #include <openssl/evp.h>
 
-#include <array>
 #include <new>
 
-#include "hex_text.h"
 #include "sha256.h"
 
 namespace TAVU::collector {
@@ -31,10 +29,10 @@ void Sha256::Update(std::span<const std::byte> bytes) {
   if (EVP_DigestUpdate(state_->context, bytes.data(), bytes.size()) != 1) throw std::bad_alloc();
 }
 
-std::string Sha256::FinishHex() {
-  std::array<unsigned char, 32> digest;
+Sha256::Digest Sha256::Finish() {
+  Digest digest;
   if (EVP_DigestFinal_ex(state_->context, digest.data(), nullptr) != 1) throw std::bad_alloc();
-  return HexText(digest);
+  return digest;
 }
 
 }  // namespace TAVU::collector

@@ -158,14 +158,19 @@ class TcpServer::Session : public std::enable_shared_from_this<Session> {
     if (outcome == Outcome::kRefused || outcome == Outcome::kEnded) return Close();
     state_ = State::kReplying;
     alive_ = Clock::now();
-    const std::string& reply = outcome == Outcome::kKept ? server_.settings_.success_reply
-                                                         : server_.settings_.failure_reply;
-    asio::async_write(socket_, asio::buffer(reply),
+    asio::async_write(socket_, asio::buffer(ReplyTo(outcome)),
                       [this, self = shared_from_this()](const std::error_code& error, std::size_t) {
                         if (state_ != State::kReplying) return;
                         if (error) return Close();  // gone without waiting; its record is kept
                         ReadNextRequest();
                       });
+  }
+
+  [[nodiscard]] const std::string& ReplyTo(Outcome outcome) const {
+    const TcpSettings& settings = server_.settings_;
+    if (outcome == Outcome::kKept) return settings.success_reply;
+    return outcome == Outcome::kUnacknowledged ? settings.unacknowledged_reply
+                                               : settings.failure_reply;
   }
 
   void ReadNextRequest() {

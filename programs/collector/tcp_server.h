@@ -31,6 +31,7 @@ struct TcpSettings {
   std::set<asio::ip::address> balancers;    // whose connections begin with a PROXY header
   std::string success_reply;                // the bytes of whole replies
   std::string failure_reply;                // for a request that could not be kept
+  std::string unacknowledged_reply;         // for one that perhaps was
 };
 
 // No peer keeps the others out. One that sends nothing, or a request too slowly, is let go. When a

@@ -1,0 +1,27 @@
+// What ends the program: no server, no stream, a full disk.
+#pragma once
+
+#include <cerrno>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#include "nats_handles.h"
+
+namespace TAVU::records {
+
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+inline void Require(natsStatus status, const std::string& what) {
+  if (status != NATS_OK) throw Failure(what + ": " + collector::NatsReason(status));
+}
+
+// Of the system's last call.
+[[noreturn]] inline void FailBySystem(const std::string& what) {
+  throw Failure(what + ": " + std::error_code(errno, std::generic_category()).message());
+}
+
+}  // namespace TAVU::records
