@@ -4,7 +4,7 @@
 #include <tavu/tavu.h>
 #include <windows.h>
 
-// Behind windows.h.
+// After windows.h.
 #include <dbghelp.h>
 #include <tlhelp32.h>
 

@@ -1,6 +1,6 @@
 #include <winsock2.h>
 
-// Behind winsock2.h.
+// After winsock2.h.
 #include <psapi.h>
 
 #include <string>

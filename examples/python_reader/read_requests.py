@@ -64,7 +64,7 @@ class Body:
 
     def end(self) -> None:
         if self.packets:
-            require(self.left == 0 and exactly(self.stream, 2) == b"\0\0", "bytes behind the call")
+            require(self.left == 0 and exactly(self.stream, 2) == b"\0\0", "bytes after the call")
 
 def read_string_or_binary(body: Body) -> Union[str, bytes]:
     tag, data = body.take(1), bytearray()
@@ -94,7 +94,7 @@ def read_request(stream: BinaryIO) -> Tuple[str, Record]:
         record.setdefault(key, read_string_or_binary(body))  # of equal keys the first one holds
         entries += 1
         require(entries <= MAX_ENTRIES, f"a map of more than {MAX_ENTRIES} entries")
-    require(body.take(1) == b"z", "no end behind the argument")
+    require(body.take(1) == b"z", "no end after the argument")
     body.end()
     return service, record
 
@@ -102,7 +102,7 @@ def decode(data: bytes) -> Tuple[str, Record]:
     """The same of bytes that hold one request and nothing else."""
     stream = io.BytesIO(data)
     request = read_request(stream)
-    require(stream.tell() == len(data), "bytes behind the request")
+    require(stream.tell() == len(data), "bytes after the request")
     return request
 
 def percent_decoded(data: bytes) -> bytes:

@@ -79,7 +79,7 @@ std::size_t RequestScanner::FeedBody(std::span<const std::byte> bytes) {
   if (body_.state() == ScanState::kRefused) {
     Refuse(body_.reason());
   } else if (used < count && body_in_packets_) {
-    Refuse("bytes behind the end of the call");
+    Refuse("bytes after the end of the call");
   } else if (body_.state() == ScanState::kComplete && !body_in_packets_) {
     state_ = ScanState::kComplete;
   }

@@ -134,7 +134,7 @@ void UdpReceiver::Continue(Assemblies::iterator assembly, std::span<const std::b
     case ScanState::kComplete:
       break;
   }
-  if (used < datagram.size()) return Refuse(assembly, "bytes behind the end of the request");
+  if (used < datagram.size()) return Refuse(assembly, "bytes after the end of the request");
   if (!Hold(*assembly, datagram)) return Refuse(assembly, kNoMemory);
   const std::shared_ptr<ByteChain> chain = std::move(assembly->chain);
   const std::size_t size = assembly->scanner.size();

@@ -1,6 +1,6 @@
 /*
  * The public header in a program of its own: compiled as C and as C++, with windows.h in front of
- * it, behind it or not at all, and linked and run with every function that it declares.
+ * it, after it or not at all, and linked and run with every function that it declares.
  */
 #if defined(WINDOWS_BEFORE)
 #include <windows.h>

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "delivery/host.h"
-#include "support/scripted_server.h"
 #include "support/threads.h"
 
 namespace {
@@ -201,24 +200,6 @@ TEST(Pins, StayAfterAFailedStart) {
   EXPECT_TRUE(TAVU_SetTimeout(handle, 5)) << "still there";
   EXPECT_TRUE(TAVU_Destroy(handle));
   EXPECT_FALSE(TAVU_Destroy(handle));
-}
-
-// While one call waits for its server, every other waits for it, of whatever instance. The last
-// error alone is to be had.
-TEST(Threads, WaitForOneThatSends) {
-  TAVU::test::ScriptedServer server({TAVU::test::Act::kSilence});
-  const Instance sending(server.port()), other(0);
-  TAVU_SetTimeout(sending, 60'000);
-  TAVU_SetTimeout(sending, 0);  // leaves a code
-  const TAVU::test::Thread sender([&] {
-    ExpectFailure(TAVU_SendLog_TCPA(sending, TAVU_LEVEL_INFO, "test", nullptr, "slow"),
-                  TAVU_ERROR_CALL_FAILED);
-  });
-  EXPECT_EQ(server.WaitForRequests(1).size(), 1u);
-  const TAVU::test::Thread waiter([&] { EXPECT_TRUE(TAVU_SetTimeout(other, 1)); });
-  EXPECT_EQ(WaitForSingleObject(waiter.get(), 300), WAIT_TIMEOUT);
-  EXPECT_EQ(TAVU_GetLastError(), uint32_t{TAVU_ERROR_INVALID_ARGUMENT});
-  server.ResetAll();
 }
 
 }  // namespace

@@ -208,28 +208,7 @@ TEST(StackWalk, EndsAtDamage) {
   EXPECT_NE(region.Protect & PAGE_GUARD, 0u) << "the walk took the guard off";
 }
 
-// Calls BuildCallStack(held, nullptr) from a frame of the plainest form and returns its own return
-// address. Its first argument is where the result goes, as in BuildCallStack itself.
-[[gnu::naked]] const void* WalkFromPlainFrame(void* /*result*/, const api::ApiLock::Guard* /*held*/,
-                                              void* /*null*/) {
-  asm("pushq %%rbp; movq %%rsp, %%rbp; subq $32, %%rsp; call %c0; movq 8(%%rbp), %%rax; leave; "
-      "ret" ::"i"(&BuildCallStack));
-}
-
-TEST(StackWalk, WithoutExceptionStartsAfterItsCaller) {
-  std::unique_ptr<XmlNode> stack;
-  const api::ApiLock::Guard held;
-  const std::string first =
-      "\t<function" + Addr(WalkFromPlainFrame(&stack, &held, nullptr)) + " params=";
-  EXPECT_TRUE(Written(*stack).starts_with("<call_stack>\n" + first)) << Written(*stack);
-}
-
 struct Host {
-  template <DWORD code, typename Unit>
-  static TAVU_FLAG Raise(Unit* /*buffer*/, std::int32_t /*capacity*/) {
-    ::RaiseException(code, EXCEPTION_NONCONTINUABLE, 0, nullptr);
-    return 1;
-  }
   static TAVU_FLAG Fill(wchar_t* buffer, std::int32_t capacity) {  // and leaves no terminator
     return std::wmemset(buffer, L'w', 4096) != nullptr && capacity == 4095;
   }
@@ -277,10 +256,6 @@ TEST(CustomInfo, ComesFromTheHostsFunctionOrTheStoredText) {
   EXPECT_EQ(text(), L"none");
   info.SetWideCallback(Host::Refuse);
   EXPECT_EQ(text(), L"none");
-  info.SetWideCallback(Host::Raise<0xE06D7363>);
-  EXPECT_EQ(text(), L"none") << "throw of Visual C++";
-  info.SetNarrowCallback(Host::Raise<0x20474343>);
-  EXPECT_EQ(text(), L"none") << "throw of GCC";
   info.SetText("s & <t>");
   EXPECT_EQ(text(), L"none") << "not used while a function is set";
   info.SetWideCallback(nullptr);

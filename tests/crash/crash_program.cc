@@ -14,7 +14,7 @@ namespace {
 using Text = const std::wstring&;
 
 TAVU_HANDLE current = nullptr;  // the latest
-unsigned long argument = 0;     // the number behind the way to crash
+unsigned long argument = 0;     // the number after the way to crash
 
 volatile int zero = 0;
 volatile int& At(std::uintptr_t address) {

@@ -75,15 +75,5 @@ TEST(Installation, WithoutAFilterBeforeNobodyOwnsIt) {
   EXPECT_EQ(::SetUnhandledExceptionFilter(&FilterOfHost), &CrashFilter);
 }
 
-TEST(Guard, PatchedTwiceKeepsItsOwnPatch) {
-  const Entry before = *entry;
-  FilterGuard guard;
-  EXPECT_EQ(guard.Restore(), 0) << "nothing patched";
-  EXPECT_TRUE(guard.Patch() && guard.Patch() && guard.Restore());
-  EXPECT_EQ(*entry, Patch());
-  EXPECT_EQ(guard.Restore(), 0) << "once only";
-  WriteEntry(before);
-}
-
 }  // namespace
 }  // namespace TAVU::crash

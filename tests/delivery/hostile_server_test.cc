@@ -24,18 +24,8 @@ struct Case {
   Outcome outcome = Outcome::kFailed;
 };
 
-std::string Repeated(std::string_view piece, std::size_t count) {
-  std::string all;
-  for (; count != 0; --count) all += piece;
-  return all;
-}
-
-// A reply without packets, so that `body` may be of any size or have no end at all.
-Bytes Bare(std::string_view body) {
-  return BytesOfText(std::string({"\xCF\x10\0\x09\x80\0\0\0\0r\1\0", 12}) + std::string(body));
-}
-
-std::vector<Case> CasesOfConnections() {
+// What readers of replies make of broken ones, their own tests have.
+std::vector<Case> Cases() {
   return {
       {"answers before it reads", {Act::kAnswerEarly}, Outcome::kSent},
       {"sends an urgent byte", {Act::kAnswerUrgently}, Outcome::kSent},
@@ -48,20 +38,7 @@ std::vector<Case> CasesOfConnections() {
   };
 }
 
-// What readers of replies make of every other one, their own tests have.
-std::vector<Case> CasesOfBrokenReplies() {
-  return {
-      {"deep lists", {.reply = Bare(Repeated("V", 1'000'000))}},
-      {"deep tables", {.reply = Bare(Repeated({"ZVl\0\0\0\0zVV", 11}, 100'000))}},
-      {"huge list", {Act::kAnswerThenClose, Bare("Vl\xFF\xFF\xFF\xFFN")}},
-      {"huge list that is small", {.reply = Bare("Vl\xFF\xFF\xFF\xFFNzz")}, Outcome::kSent},
-      {"huge chunk", {Act::kAnswerThenClose, Bare("s\xFF\xFF")}},
-      {"huge packet", {Act::kAnswerThenClose, BytesOfText({"\xCF\x10\0\4\xFF\xFFr\1\0S\0\1", 12})}},
-      {"result without an end", {Act::kAnswerByByte, Bare("Nz")}, Outcome::kSent},
-  };
-}
-
-// Makes each call against its server and an ordinary one behind it, exports in turn.
+// Makes each call against its server and an ordinary one after it, exports in turn.
 int CallEach(const std::vector<Case>& cases) {
   ScriptedServer server;
   const Instance instance(server.port());
@@ -101,13 +78,12 @@ void ExpectTheSame(const Resources& before, const Resources& now) {
 }
 
 TEST(Hostile, ServersLeaveNothingBehind) {
-  std::vector<Case> cases = CasesOfConnections();
-  std::ranges::move(CasesOfBrokenReplies(), std::back_inserter(cases));
+  const std::vector<Case> cases = Cases();
   CallEach(cases);  // what first calls bring up for good
   const Resources before = MeasureResources();
   int calls = 0;
   for (int round = 0; round < 10; ++round) calls += CallEach(cases);
-  EXPECT_GT(calls, 300);
+  EXPECT_GT(calls, 200);
   ExpectTheSame(before, MeasureResources());
 }
 

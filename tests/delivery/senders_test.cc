@@ -15,7 +15,7 @@
 struct {
   bool fail = false;
   int empty_reads = 0;               // that succeeded with nothing
-  const wchar_t* growing = nullptr;  // gets "def" behind its end with the third of them
+  const wchar_t* growing = nullptr;  // gets "def" appended with the third of them
 } reading;
 
 BOOL WINAPI ReadByPairs(HANDLE file, void* out, DWORD size, DWORD* read, OVERLAPPED* overlapped) {

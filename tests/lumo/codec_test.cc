@@ -35,7 +35,7 @@ struct SlowSource final : ByteSource {
       : rest(bytes), piece(its_piece) {}
   std::ptrdiff_t Refill() override {
     if (rest.empty()) return end;
-    // A fresh copy each time, so that a reader that looks behind its window is caught.
+    // A fresh copy each time, so that a reader that looks past its window is caught.
     const auto offered = rest.first(std::min(piece, rest.size()));
     current = Bytes(offered.begin(), offered.end());
     rest = rest.subspan(offered.size());

@@ -2,7 +2,6 @@
 // allocations of the library pass through here.
 #include <functional>
 
-#include "base/release_pool.h"
 #include "lumo/codec/codec.h"
 #include "lumo/codec/memory_reader.h"
 #include "lumo/codec/memory_writer.h"
@@ -115,22 +114,6 @@ TEST(Exhaustion, AFailedInsertOrAppendChangesNothing) {
   }
   EXPECT_GT(failures, 210);  // a text each, then blocks and indexes
   EXPECT_NE(map.Find(Value::BorrowString("77")), nullptr);
-}
-
-TEST(Exhaustion, LeavesAPoolWithTheBlocksThatItReleasesOnce) {
-  base::ReleasePool pool;
-  EXPECT_EQ(pool.Allocate(0), nullptr);
-  for (const long left : {1L, 2L}) {  // for the entries, for the block
-    allocations_left = left;
-    EXPECT_EQ(pool.Allocate(10), nullptr);
-    EXPECT_EQ(allocations_left, -1);
-    EXPECT_EQ(pool.count(), 0u);
-  }
-  for (std::size_t i = 1; i <= 20; ++i) std::memset(pool.Allocate(i), 0x5A, i);
-  EXPECT_EQ(pool.count(), 20u);
-  EXPECT_TRUE(pool.Release(19));
-  EXPECT_FALSE(pool.Release(19) || pool.Release(20));
-  EXPECT_TRUE(pool.Release(0));  // the other 18 go with the pool
 }
 
 }  // namespace

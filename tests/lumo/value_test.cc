@@ -74,7 +74,7 @@ TEST(Value, CopiesStandAloneAndBorrowersPointAtTheirSource) {
   EXPECT_EQ(borrowed.text().data(), text.data());
   const Value owned = Value::CopyString(text);
   EXPECT_EQ(owned.text(), text);
-  EXPECT_EQ(owned.text().data()[3], '\0');  // behind the content, not counted
+  EXPECT_EQ(owned.text().data()[3], '\0');  // after the content, not counted
   const Value shallow = owned;              // NOLINT: the copy is the test
   EXPECT_EQ(shallow.text().data(), owned.text().data());
   EXPECT_TRUE(owned.owns() && !borrowed.owns() && !shallow.owns());
@@ -115,17 +115,6 @@ TEST(Value, AssignmentSurvivesItsOwnContent) {
     EXPECT_EQ(value.type(), type == ValueType::kTable ? ValueType::kNull : type);
     EXPECT_TRUE(value.long_value() == 0 && !value.owns());
   }
-}
-
-TEST(List, TakesTheElementsOfAListInsideIt) {
-  auto inner = std::make_unique<List>();
-  inner->Append(Value::Int(7));
-  List list;
-  list.Append(Value::Int(1));
-  list.Append(Value::AdoptList(std::move(inner)));
-  list = std::move(const_cast<List&>(list[1].list()));
-  ASSERT_EQ(list.size(), 1u);
-  EXPECT_EQ(list[0].int_value(), 7);
 }
 
 TEST(Value, DestroysDeepNestingOnAFlatStack) {

@@ -64,7 +64,7 @@ TEST(RequestScanner, RefusesAsEarlyAsItCan) {
       {InPackets(BodyWith(BytesOf("4e4e")), 99), 15, "more than one argument"},
       {InPackets(BytesOf("6301006d0001734e"), 99), 16, "the body ends inside the call"},
       {InPackets(Joined({BodyWith(BytesOf("4e")), BytesOf("00")}), 99), 15,
-       "bytes behind the end of the call"},
+       "bytes after the end of the call"},
       {InPackets(BodyWith(BytesOf("738001")), 99), 16, "chunk too long"},
       {InPackets(BodyWith(BytesOf({{"repeat", "56", lumo::kDeepestNesting + 1}})), 2000), 1014,
        "values nested too deeply"},

@@ -18,7 +18,7 @@ typename Protocol::endpoint Loopback(std::uint16_t port) {
   return {asio::ip::address_v4::loopback(), port};
 }
 
-// What scripts are made of. Behind its last step the server reads on.
+// What scripts are made of. After its last step the server reads on.
 enum class Step {
   kReadOn,
   kReadPiece,
@@ -36,7 +36,6 @@ using enum Step;
 // In the order of Act.
 constexpr Step kPlays[][4] = {
     {kReadRequest, kSend},
-    {kReadRequest, kSend, kShut},
     {kReadRequest, kSendByByte},
     {kSend},
     {kReadRequest, kSendHalf},

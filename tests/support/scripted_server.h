@@ -1,6 +1,6 @@
 // A server for tests, in the test's own process: on 127.0.0.1, on a port that the system chose, and
 // as ill-behaved as the test asks for. It works from its construction to its destruction, on a
-// thread of its own, and keeps nothing behind that. The test calls it from its one thread; what
+// thread of its own, and keeps nothing after that. The test calls it from its one thread; what
 // waits gives up only after a minute, which no healthy test reaches.
 #pragma once
 
@@ -27,20 +27,19 @@ Bytes FaultReply();    // a whole reply with a fault without entries
 // What the server does with a connection; after it, it reads on until the client ends. "Sends":
 // `reply`.
 enum class Act {
-  kAnswer,           // reads a whole request, then sends
-  kAnswerThenClose,  // the same, and closes its half in an orderly way
-  kAnswerByByte,     // the same as kAnswer, each byte a send (and a segment) of its own
-  kAnswerEarly,      // sends before it reads anything
-  kAnswerHalf,       // reads a request and sends the first half of `reply`
-  kSilence,          // reads a request
-  kClose,            // reads a request and closes its half in an orderly way
-  kReset,            // reads a request and resets the connection
-  kResetInside,      // reads up to 1,000 bytes and resets the connection
-  kLeaveAtOnce,      // closes the connection right after accepting it, with all unread
-  kLeaveInside,      // reads up to 1,000 bytes and closes the connection, with the rest unread
-  kAnswerAndLeave,   // sends before it reads anything and closes the connection, with all unread
-  kAnswerUrgently,   // sends an urgent byte right after accepting, then as kAnswer
-  kStopReading,      // reads nothing at all and keeps the connection open, until ResetAll()
+  kAnswer,          // reads a whole request, then sends
+  kAnswerByByte,    // the same as kAnswer, each byte a send (and a segment) of its own
+  kAnswerEarly,     // sends before it reads anything
+  kAnswerHalf,      // reads a request and sends the first half of `reply`
+  kSilence,         // reads a request
+  kClose,           // reads a request and closes its half in an orderly way
+  kReset,           // reads a request and resets the connection
+  kResetInside,     // reads up to 1,000 bytes and resets the connection
+  kLeaveAtOnce,     // closes the connection right after accepting it, with all unread
+  kLeaveInside,     // reads up to 1,000 bytes and closes the connection, with the rest unread
+  kAnswerAndLeave,  // sends before it reads anything and closes the connection, with all unread
+  kAnswerUrgently,  // sends an urgent byte right after accepting, then as kAnswer
+  kStopReading,     // reads nothing at all and keeps the connection open, until ResetAll()
 };
 
 struct Script {

@@ -55,7 +55,7 @@ class Monitor {
   decltype(auto) Do(Body body) {
     return When([] { return true; }, body);
   }
-  // Behind a wait until `condition` holds, for a minute at the most.
+  // After a wait until `condition` holds, for a minute at the most.
   template <typename Condition, typename Body>
   decltype(auto) When(Condition condition, Body body) {
     struct Guard {

@@ -2,7 +2,7 @@
 and compares what tools/triage made of them: each way to die is one group, with the function and line
 where it died, and its page shows the same numbers.
 
-    demo_count.py FOLDER
+    scripts/checks/demo_count.py FOLDER
 """
 import collections
 import json
