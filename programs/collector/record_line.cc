@@ -6,7 +6,7 @@
 #include <optional>
 #include <utility>
 
-#include "delivery/record_keys.h"
+#include "delivery/record/record_keys.h"
 #include "line_values.h"
 #include "lumo/value/map.h"
 #include "utf8.h"

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <utility>
 
-#include "delivery/record_keys.h"
+#include "delivery/record/record_keys.h"
 #include "lumo/value/map.h"
 #include "lumo/value/value.h"
 
