@@ -40,7 +40,7 @@ class Recorder final : public QTC::Transport {
 Bytes Request(const lumo::Map& record) {
   Recorder recorder;
   const bool written =
-      QTC::WriteRequest(recorder, "tavu_server", Value::BorrowMap(record), QTC::Carrier::kStream);
+      QTC::WriteRequest(recorder, "tavu_server", Value::BorrowMap(record), QTC::Protocol::kTcp);
   Require(written, "writing a request");
   return std::move(recorder.bytes);
 }

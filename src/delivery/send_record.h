@@ -9,6 +9,7 @@
 #include "api/frame/instance_record.h"
 #include "lumo/value/map.h"
 #include "net/client/endpoint.h"
+#include "net/wire/protocol.h"
 
 namespace TAVU::delivery {
 

@@ -16,7 +16,7 @@ void Check(Bytes input) {
   Require(argument.type() != lumo::ValueType::kEnd);
 
   test::MemoryTransport written;
-  Require(QTC::WriteRequest(written, request.method, argument, QTC::Carrier::kStream));
+  Require(QTC::WriteRequest(written, request.method, argument, QTC::Protocol::kTcp));
   lumo::MemoryReader again(written.sent);
   QTC::Message same;
   lumo::Value same_argument;

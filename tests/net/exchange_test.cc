@@ -19,8 +19,8 @@ using lumo::Cases;
 using lumo::MemoryReader;
 using lumo::MemoryWriter;
 using lumo::Value;
-using QTC::Carrier;
 using QTC::Message;
+using QTC::Protocol;
 using QTC::TransportHeader;
 
 using Bytes = std::vector<std::byte>;
@@ -61,15 +61,15 @@ TEST(Requests, AreWrittenAsTheVectorsHaveThem) {
     const Bytes expected = BytesOf(c["bytes"]);
     EXPECT_TRUE(IsRequest(expected, method, argument));
     MemoryTransport datagrams;
-    ASSERT_TRUE(QTC::WriteRequest(datagrams, method, argument, Carrier::kDatagrams));
+    ASSERT_TRUE(QTC::WriteRequest(datagrams, method, argument, Protocol::kUdp));
     EXPECT_EQ(HexOf(datagrams.sent), HexOf(expected));
     EXPECT_EQ(Json(datagrams.sends), c["datagrams"]);
     MemoryTransport stream;
-    ASSERT_TRUE(QTC::WriteRequest(stream, method, argument, Carrier::kStream));
+    ASSERT_TRUE(QTC::WriteRequest(stream, method, argument, Protocol::kTcp));
     EXPECT_EQ(HexOf(stream.sent), HexOf(expected));
   }
   MemoryTransport unencodable;  // fails, and is closed all the same
-  EXPECT_FALSE(QTC::WriteRequest(unencodable, "m", ValueOf({"bigint", "5"}), Carrier::kStream));
+  EXPECT_FALSE(QTC::WriteRequest(unencodable, "m", ValueOf({"bigint", "5"}), Protocol::kTcp));
   EXPECT_EQ(HexOf(unencodable.sent), "cf1000040000");
 }
 
@@ -98,8 +98,8 @@ TEST(Requests, CountAsWrittenUpToTheLast2048Bytes) {
     transport.bad_send = c[3];
     base::SetThreadError(7);
     const Value argument = Value::BorrowBinary(std::span(block).first(c[1]));
-    const Carrier carrier = c[0] == "udp" ? Carrier::kDatagrams : Carrier::kStream;
-    EXPECT_EQ(QTC::WriteRequest(transport, "tavu_server", argument, carrier), c[4]) << c;
+    const Protocol protocol = c[0] == "udp" ? Protocol::kUdp : Protocol::kTcp;
+    EXPECT_EQ(QTC::WriteRequest(transport, "tavu_server", argument, protocol), c[4]) << c;
     EXPECT_EQ(base::GetThreadError(), c[5]) << c;
     EXPECT_TRUE(transport.bad_sends == 1 && transport.sent.size() == transport.good_bytes) << c;
   }
@@ -108,7 +108,7 @@ TEST(Requests, CountAsWrittenUpToTheLast2048Bytes) {
 TEST(Requests, CarryANameOfAnyLength) {
   const std::string name(65'536 + 3, 'n');  // all of it, after a length that wraps
   MemoryTransport transport;
-  ASSERT_TRUE(QTC::WriteRequest(transport, name, Value(), Carrier::kStream));
+  ASSERT_TRUE(QTC::WriteRequest(transport, name, Value(), Protocol::kTcp));
   EXPECT_EQ(HexOf(std::span(transport.sent).first(14)), "cf10000408006301006d00036e6e");
   EXPECT_EQ(transport.sent.size(), 4 + 6 + name.size() + 2 + 33 * 2 + 2);
   EXPECT_EQ(HexOf(std::span(transport.sent).last(8)), "6e6e6e6e4e7a0000");

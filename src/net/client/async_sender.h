@@ -17,6 +17,7 @@
 
 #include "lumo/value/value.h"
 #include "net/client/call_once.h"
+#include "net/wire/protocol.h"
 
 namespace TAVU::QTC {
 

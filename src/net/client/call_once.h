@@ -4,6 +4,7 @@
 #include "lumo/text/basic_string.h"
 #include "lumo/value/value.h"
 #include "net/client/endpoint.h"
+#include "net/wire/protocol.h"
 #include "net/wire/result_code.h"
 
 namespace TAVU::QTC {

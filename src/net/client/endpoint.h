@@ -1,11 +1,9 @@
-// Where a server is, and how it is spoken to.
+// Where a server is.
 #pragma once
 
 #include <cstdint>
 
 namespace TAVU::QTC {
-
-enum class Protocol : std::uint8_t { kUdp = 0, kTcp = 1 };
 
 struct Endpoint {
   const char* host;  // narrow, zero-terminated; not owned

@@ -13,6 +13,7 @@
 #include "base/scoped.h"
 #include "base/scoped_handle.h"
 #include "net/client/endpoint.h"
+#include "net/wire/protocol.h"
 #include "net/wire/transport.h"
 
 namespace TAVU::QTC {

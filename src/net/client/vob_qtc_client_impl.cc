@@ -20,7 +20,7 @@ ResultCode VobQtcClientImpl::OpenTcp(const char* host, std::uint16_t port,
   if (!socket) return ResultCode::kConnectFailed;
   socket_.Adopt(std::move(socket), Protocol::kTcp, timeout_ms);
   socket_.SetLinger(true, 0);
-  expects_reply_ = true;
+  protocol_ = Protocol::kTcp;
   return ResultCode::kSuccess;
 }
 
@@ -30,7 +30,7 @@ ResultCode VobQtcClientImpl::OpenUdp(const char* host, std::uint16_t port,
   ScopedSocket socket = OpenUdpSocket(host, port);
   if (!socket) return ResultCode::kConnectFailed;
   socket_.Adopt(std::move(socket), Protocol::kUdp, timeout_ms);
-  expects_reply_ = false;
+  protocol_ = Protocol::kUdp;
   return ResultCode::kSuccess;
 }
 
@@ -44,11 +44,10 @@ ResultCode VobQtcClientImpl::Call(const char* method, const lumo::Value& argumen
 
 ResultCode VobQtcClientImpl::Exchange(const char* method, const lumo::Value& argument) {
   const std::string_view name = method == nullptr ? "" : method;
-  const Carrier carrier = expects_reply_ ? Carrier::kStream : Carrier::kDatagrams;
-  const bool written = WriteRequest(socket_, name, argument, carrier);
+  const bool written = WriteRequest(socket_, name, argument, protocol_);
   socket_.EndSends();
   if (!written) return ResultCode::kStreamFault;
-  if (!expects_reply_) return ResultCode::kSuccess;
+  if (protocol_ == Protocol::kUdp) return ResultCode::kSuccess;
   const std::optional<Answer> answer = ReadReply(socket_);
   if (!answer) return ResultCode::kStreamFault;
   return *answer == Answer::kResult ? ResultCode::kSuccess : ResultCode::kServerError;

@@ -30,7 +30,7 @@ class VobQtcClientImpl final : public IQtcClient {
 
   WinSock winsock_;  // outlives the socket; whether it started shows when a socket is opened
   Socket socket_;
-  bool expects_reply_ = false;  // of the last successful open: over TCP
+  Protocol protocol_ = Protocol::kUdp;  // of the last successful open
 };
 
 }  // namespace TAVU::QTC

@@ -31,11 +31,11 @@ bool WriteBody(PacketWriter& body, const Message& head, const Value& value) {
 }  // namespace
 
 bool WriteRequest(Transport& connection, std::string_view method, const Value& argument,
-                  Carrier carrier) {
+                  Protocol protocol) {
   Message call;
   call.kind = MessageKind::kCall;
   call.method = method;
-  ConnectionWriter writer(connection, carrier == Carrier::kStream ? kMostHeld : kBufferSize);
+  ConnectionWriter writer(connection, protocol == Protocol::kTcp ? kMostHeld : kBufferSize);
   PacketWriter body(writer);
   const bool written = TransportHeader().Write(writer) && WriteBody(body, call, argument);
   // What a writer of kBufferSize bytes has sent by now. It holds the rest, of which no failure

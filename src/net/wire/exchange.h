@@ -9,6 +9,7 @@
 #include "lumo/codec/byte_stream.h"
 #include "lumo/value/value.h"
 #include "net/wire/message.h"
+#include "net/wire/protocol.h"
 #include "net/wire/transport.h"
 
 namespace TAVU::QTC {
@@ -17,12 +18,7 @@ namespace TAVU::QTC {
 
 // --- The calling side -------------------------------------------------------------------------
 
-enum class Carrier {
-  kDatagrams,  // 2048 bytes a send, which is a datagram, and a last shorter one
-  kStream,     // few large sends
-};
-
-// Writes a call of `method` with one argument. The bytes are the same on both carriers.
+// Writes a call of `method` with one argument. The bytes are the same over both protocols.
 //
 // Two things to know:
 // - The result tells of every whole 2048 bytes of the request before its last ones, and not of
@@ -31,7 +27,7 @@ enum class Carrier {
 // - A request that fails on the way, say over an argument without an encoding, still gets its end
 //   packet: the server sees a broken request at once instead of waiting for the rest of one.
 [[nodiscard]] bool WriteRequest(Transport& connection, std::string_view method,
-                                const lumo::Value& argument, Carrier carrier);
+                                const lumo::Value& argument, Protocol protocol);
 
 // Reads the next message on the connection as far as its answer needs, see ReadAnswer: a reply with
 // a fault to the fault's own end and no further, because peers differ in whether a result follows,
