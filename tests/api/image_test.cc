@@ -1,4 +1,4 @@
-// The file itself: what it exports and imports, and where it wants to lie.
+// The file itself: what it imports, and where it wants to lie.
 #include <gtest/gtest.h>
 #include <windows.h>
 
