@@ -209,6 +209,11 @@ TEST(StackWalk, EndsAtDamage) {
 }
 
 struct Host {
+  template <DWORD code, typename Unit>
+  static TAVU_FLAG Raise(Unit* /*buffer*/, std::int32_t /*capacity*/) {
+    ::RaiseException(code, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+    return 1;
+  }
   static TAVU_FLAG Fill(wchar_t* buffer, std::int32_t capacity) {  // and leaves no terminator
     return std::wmemset(buffer, L'w', 4096) != nullptr && capacity == 4095;
   }
@@ -256,6 +261,10 @@ TEST(CustomInfo, ComesFromTheHostsFunctionOrTheStoredText) {
   EXPECT_EQ(text(), L"none");
   info.SetWideCallback(Host::Refuse);
   EXPECT_EQ(text(), L"none");
+  info.SetWideCallback(Host::Raise<0xE06D7363>);
+  EXPECT_EQ(text(), L"none") << "throw of Visual C++";
+  info.SetNarrowCallback(Host::Raise<0x20474343>);
+  EXPECT_EQ(text(), L"none") << "throw of GCC";
   info.SetText("s & <t>");
   EXPECT_EQ(text(), L"none") << "not used while a function is set";
   info.SetWideCallback(nullptr);
