@@ -1,8 +1,8 @@
 // TAVU_SendFile* and TAVU_SendCrashInfo*.
 //
 // No argument but the handle is checked, so that no failure gets another code than the network's or
-// the files'. A null text counts as an empty one and a null path as one that names no file, which is
-// kinder than a fault under the ApiLock.
+// the files'. A null text counts as an empty one and a null path as one that names no file, which
+// is kinder than a fault under the ApiLock.
 #include <string>
 
 #include "api/exports/send_export.h"
