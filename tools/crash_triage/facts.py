@@ -49,6 +49,9 @@ class CrashFacts:
     system: str = ''
     custom: str = ''
     module_names: tuple[str, ...] = ()
+    code: int | None = None     # of the exception; only the dump tells it, and the thread
+    address: int | None = None  # where it happened; its low half without a dump
+    thread: int | None = None
     lacked: list[Module] = field(default_factory=list)  # of the frames, those without an image
     sample: dict[str, Any] = field(default_factory=dict)  # what is shown of one crash in a group
 
@@ -72,6 +75,10 @@ def read_facts(record: CrashRecord, store: Path, images: Images) -> CrashFacts:
     facts.lacked = [module for module in facts.stack.modules if not images.find(module)]
     facts.system = _system(document, dump)
     facts.custom = (document.custom or '')[:MOST_CUSTOM] if document else ''
+    if dump and dump.code is not None:
+        facts.code, facts.address, facts.thread = dump.code, dump.address, dump.thread
+    elif document:
+        facts.address = number(document.exception.get('addr'))
     facts.module_names = tuple(sorted({m.name.lower().replace('\n', ' ') for m in modules}))
     facts.sample = _sample(dump, modules)
     return facts

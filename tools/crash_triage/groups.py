@@ -25,13 +25,16 @@ class VersionCount:
     users: set[str] = field(default_factory=set)
     first: str = ''
     last: str = ''
+    stack: int = 0  # of the newest crash
 
     def add(self, crash: KnownCrash) -> None:
+        """The crashes come in the order of their times."""
         time = crash.record.time
         self.crashes += 1
         self.users.add(crash.record.user)
         self.first = min(self.first or time, time)
         self.last = max(self.last, time)
+        self.stack = crash.stack
 
 
 @dataclass(frozen=True)

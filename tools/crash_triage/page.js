@@ -10,6 +10,9 @@
   const groups = data.groups.map(({id, crashes}) => {
     const element = document.getElementById(id);
     return {id, crashes, element, summary: element.querySelector('summary'), shown: crashes,
+            rows: [...element.querySelectorAll('.versions [data-version]')],
+            stacks: [...element.querySelectorAll('.callstack [data-version]')],
+            place: element.querySelector('.died-at').textContent,
             text: [...element.querySelectorAll('summary .what, .stack')]
               .map((part) => part.textContent.toLowerCase()).join(' ')};
   });
@@ -38,6 +41,7 @@
       group.shown = group.crashes.filter((crash) => matches(crash, filter, open));
       group.users = distinct(group.shown, USER);
       show(group);
+      showVersion(group, filter.version);
     }
     const visible = groups.filter((group) => group.shown.length);
     visible.sort((a, b) => b.users - a.users || b.shown.length - a.shown.length ||
@@ -74,6 +78,17 @@
     text('.number .unit', unit(group.shown.length, 'crash', 'crashes'));
     drawBars(group.summary.querySelector('.spark'), group.shown);
     if (group.element.open) list(group, ROWS);
+  }
+
+  // What a group shows of one version: where it died there, and its call stack.
+  function showVersion(group, version) {
+    const of = (elements) => elements.find((part) => part.dataset.version === version);
+    const row = of(group.rows);
+    const stack = of(group.stacks) || group.stacks[0];
+    group.rows.forEach((each) => { each.hidden = version !== '' && each !== row; });
+    group.stacks.forEach((each) => { each.hidden = each !== stack; });
+    group.summary.querySelector('.died-at').textContent =
+      row ? row.querySelector('.place').textContent : group.place;
   }
 
   // The bins are those that the page was made with.

@@ -13,7 +13,7 @@ from urllib.parse import quote
 import jinja2
 from markupsafe import Markup
 
-from crash_triage.groups import Group, count_versions
+from crash_triage.groups import Group, Look, VersionCount, count_versions
 from crash_triage.signature import NamedFrame
 from crash_triage.state import KnownCrash
 
@@ -22,6 +22,7 @@ FEWEST_BINS, MOST_BINS = 30, 60
 MINUTE = 60_000  # milliseconds
 STEPS = [MINUTE * n for n in (1, 5, 10, 30, 60, 180, 360, 720, 1440, 7 * 1440, 28 * 1440)]
 CALLERS = 2
+MOST_STACKS = 8  # of one group, each of another version
 ZEROS = datetime(1970, 1, 1, tzinfo=timezone.utc)
 
 
@@ -55,7 +56,7 @@ def _page(path: Path, groups: Sequence[Group], unreadable: Sequence[KnownCrash],
                    'bins': span.bins(crashes)},
         'span': {'first': minute(span.first), 'last': minute(span.last),
                  'start': clock(span.start)},
-        'groups': [_group(group, span, group.is_new and not all_new) for group in groups],
+        'groups': [_group(group, span, versions, group.is_new and not all_new) for group in groups],
         'unreadable': unreadable,
         'data': _data(path, groups, versions, span, store),
     }
@@ -81,10 +82,11 @@ class Span:
         return counts
 
 
-def _group(group: Group, span: Span, is_new: bool) -> dict[str, Any]:
+def _group(group: Group, span: Span, all_versions: Sequence[str],
+           is_new: bool) -> dict[str, Any]:
     look, top = group.look, group.look.top
     hosts = [frame for frame, is_host in zip(look.frames, look.of_host) if is_host]
-    versions = [count.version or 'unknown' for count in group.versions]
+    names = [count.version or 'unknown' for count in group.versions]
     sample = look.sample
     return {
         'ident': group.signature.ident, 'kind': group.signature.kind, 'is_new': is_new,
@@ -92,20 +94,34 @@ def _group(group: Group, span: Span, is_new: bool) -> dict[str, Any]:
         'top': _frame(top, True),
         'callers': [_short(frame) for frame in hosts[1:1 + CALLERS]],
         'bins': span.bins(group.crashes),
-        'versions': group.versions,
-        'version_range': versions[0] if len(versions) == 1 else f'{versions[-1]} – {versions[0]}',
+        'versions': [_version(group, count, all_versions) for count in group.versions],
+        'version_range': names[0] if len(names) == 1 else f'{names[-1]} – {names[0]}',
         'last': group.last, 'systems': group.systems, 'custom': group.custom,
         'distinctions': group.distinctions,
         'badges': [text.replace('Only in version', 'only').replace('Only on', 'only')
                    for text in group.distinctions if text.startswith('Only')],
-        'frames': [_frame(frame, is_host) for frame, is_host in zip(look.frames, look.of_host)],
-        'stack_note': _stack_note(group),
+        'stacks': _stacks(group, all_versions),
         'thread': f'{sample["thread"]:#x}' if sample.get('thread') is not None else '',
         'registers': [(register, f'{value:016x}' if register != 'flags' else f'{value:08x}')
                       for register, value in sample.get('registers', {}).items()],
         'modules': [{'name': name, 'base': f'{base:#x}', 'size': f'{size:,}', 'version': version}
                     for name, base, size, version in sample.get('modules', [])],
     }
+
+
+def _version(group: Group, count: VersionCount, all_versions: Sequence[str]) -> dict[str, Any]:
+    return {'count': count, 'number': all_versions.index(count.version),
+            'top': _frame(group.looks[count.stack].top, True)}
+
+
+def _stacks(group: Group, all_versions: Sequence[str]) -> list[dict[str, Any]]:
+    """That of the newest crash, and those of the newest crash of other versions."""
+    newest = group.crashes[-1]
+    of_versions = sorted(group.versions, key=lambda count: count.version != newest.record.version)
+    return [{'version': all_versions.index(count.version),
+             'frames': [_frame(frame, is_host) for frame, is_host in zip(look.frames, look.of_host)],
+             'note': _stack_note(look, count.version)}
+            for count in of_versions[:MOST_STACKS] for look in [group.looks[count.stack]]]
 
 
 def _frame(frame: NamedFrame, is_host: bool) -> dict[str, Any]:
@@ -130,11 +146,10 @@ def _short(frame: NamedFrame) -> str:
     return name
 
 
-def _stack_note(group: Group) -> str:
-    version = group.crashes[-1].record.version
-    of = f'Of the newest crash, of version {version}' if version else 'Of the newest crash'
+def _stack_note(look: Look, version: str) -> str:
     how = {'dump': 'unwound from the dump', 'document':
-           "from the document, which follows frame pointers and may have gaps"}[group.look.source]
+           "from the document, which follows frame pointers and may have gaps"}[look.source]
+    of = f'Of the newest crash of version {version}' if version else 'Of the newest crash'
     return f'{of}, {how}. Pale frames are left out of the signature.'
 
 

@@ -4,7 +4,7 @@ from __future__ import annotations
 from collections.abc import Sequence
 from typing import Any
 
-from crash_triage.groups import Group
+from crash_triage.groups import Group, VersionCount
 from crash_triage.signature import NamedFrame
 from crash_triage.state import KnownCrash
 
@@ -29,17 +29,24 @@ def _group(group: Group) -> dict[str, Any]:
         'users': len(group.users),
         'first': group.first,
         'last': group.last,
-        'versions': [{'version': count.version, 'crashes': count.crashes,
-                      'users': len(count.users), 'first': count.first, 'last': count.last}
-                     for count in group.versions],
+        'versions': [_version(group, count) for count in group.versions],
         'systems': dict(group.systems),
         'custom': dict(group.custom),
         'distinctions': group.distinctions,
         'stack_source': group.look.source,
         'stack': [_frame(frame, is_host)
                   for frame, is_host in zip(group.look.frames, group.look.of_host)],
+        'registers': dict(group.look.sample.get('registers', {})),
+        'modules': [dict(zip(('name', 'base', 'size', 'version'), module))
+                    for module in group.look.sample.get('modules', [])],
         'list': [_crash(crash) for crash in group.crashes],
     }
+
+
+def _version(group: Group, count: VersionCount) -> dict[str, Any]:
+    top = group.looks[count.stack].top
+    return {'version': count.version, 'crashes': count.crashes, 'users': len(count.users),
+            'first': count.first, 'last': count.last, 'function': top.label, 'place': top.place}
 
 
 def _frame(frame: NamedFrame, is_host: bool) -> dict[str, Any]:
@@ -51,4 +58,5 @@ def _crash(crash: KnownCrash) -> dict[str, Any]:
     record = crash.record
     return {'time': record.time, 'user': record.user, 'software': record.software,
             'version': record.version, 'system': crash.system, 'custom': crash.custom,
-            'comment': record.comment, 'document': record.document, 'dump': record.dump}
+            'comment': record.comment, 'document': record.document, 'dump': record.dump,
+            'code': crash.code, 'address': crash.address, 'thread': crash.thread}

@@ -20,13 +20,15 @@ from crash_triage.records import CrashRecord, Position
 Names = dict[tuple[str, int], list[Call]]
 
 # One more with each change of what is kept; a file of another form is begun anew.
-FORM = 1
+FORM = 2
 TABLES = """
 create table source (path text primary key, head text, offset integer, line integer);
+-- An address is a text: it may have 64 bits, a number of SQLite's only 63 and a sign.
 create table crash (
   key text primary key, run integer, time text, user text, software text, version text,
   comment text, document text, dump text,
-  fault text, system text, custom text, modules text, stack integer);
+  fault text, system text, custom text, modules text, code integer, address text, thread integer,
+  stack integer);
 create table stack (
   id integer primary key, content text unique, lacked text, sample text, sampled text);
 create table name (
@@ -48,6 +50,9 @@ class KnownCrash:
     system: str
     custom: str
     modules: tuple[str, ...]  # names of what was loaded
+    code: int | None          # of the exception; with `thread`, of the dump alone
+    address: int | None
+    thread: int | None
     stack: int
 
 
@@ -125,9 +130,10 @@ class State:
     def set_facts(self, key: str, facts: CrashFacts) -> None:
         stack = self._stack(key, facts) if facts.stack else 0
         self.database.execute(
-            'update crash set fault = ?, system = ?, custom = ?, modules = ?, stack = ?'
-            ' where key = ?', (facts.fault, facts.system, facts.custom,
-                               '\n'.join(facts.module_names), stack, key))
+            'update crash set fault = ?, system = ?, custom = ?, modules = ?, code = ?,'
+            ' address = ?, thread = ?, stack = ? where key = ?',
+            (facts.fault, facts.system, facts.custom, '\n'.join(facts.module_names), facts.code,
+             None if facts.address is None else f'{facts.address:#x}', facts.thread, stack, key))
 
     def _stack(self, key: str, facts: CrashFacts) -> int:
         assert facts.stack
@@ -143,11 +149,13 @@ class State:
         """All that were read, the oldest first."""
         rows = self.database.execute(
             'select key, time, user, software, version, comment, document, dump,'
-            ' run, fault, system, custom, modules, stack from crash order by time, key')
+            ' run, fault, system, custom, modules, code, address, thread, stack'
+            ' from crash order by time, key')
         for row in rows:
-            run, fault, system, custom, modules, stack = row[8:]
+            run, fault, system, custom, modules, code, address, thread, stack = row[8:]
             yield KnownCrash(CrashRecord(*row[:8]), run, fault, system, custom,
-                             tuple(modules.split('\n')) if modules else (), stack)
+                             tuple(modules.split('\n')) if modules else (), code,
+                             int(address, 16) if address else None, thread, stack)
 
     def stacks(self) -> list[KnownStack]:
         rows = self.database.execute('select id, content, sample, sampled from stack')
