@@ -42,14 +42,15 @@ int Fail(const char* what) {
   return 2;
 }
 
-// This program with the same server, told that it was restarted.
+// This program with the same server and user, told that it was restarted.
 std::wstring RestartCommand(const Options& options) {
   std::array<wchar_t, 1024> path = {};
   ::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
   return L"\"" + std::wstring(path.data()) + L"\" " +
          std::wstring(options.way.begin(), options.way.end()) + L" " +
          std::wstring(options.host.begin(), options.host.end()) + L" " +
-         std::to_wstring(options.port) + L" --restarted";
+         std::to_wstring(options.port) + L" --restarted --user \"" +
+         std::wstring(options.user.begin(), options.user.end()) + L"\"";
 }
 
 int TellOfRestart(TAVU_HANDLE instance) {

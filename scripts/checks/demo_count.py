@@ -1,6 +1,6 @@
 """Counts the crashes of the demo by itself, from its records and the texts of its documents alone,
-and compares what tools/triage made of them: each way to die is one group, with the function and line
-where it died, and its page shows the same numbers.
+and compares what tools/triage made of them: each way to die is in each version in exactly one group,
+with the function and line where it died there, and the page shows the same numbers.
 
     scripts/checks/demo_count.py FOLDER
 """
@@ -10,24 +10,33 @@ import pathlib
 import re
 import sys
 
-# Where each way dies.
-FUNCTIONS = {
-    'read': 'Read', 'write': 'Write', 'execute': 'Execute', 'divide': 'Divide',
-    'illegal': 'IllegalInstruction', 'breakpoint': 'Breakpoint', 'raise': 'Raise',
-    'thread': 'Write', 'thread-throw': 'Throw', 'busy': 'Write', 'throw': 'Throw',
-    'abort': 'Abort', 'purecall': 'MoveFromConstructor'}
-VERSIONS = {'1.0.0', '1.1.0'}
+# Each way to die that is reported: the code of its exception, and the function that it dies in.
+WAYS = {
+    'execute': (0xC0000005, 'Execute'), 'raise': (0xE0000001, 'Raise'),
+    'thread': (0xC0000005, 'Write'), 'throw': (0xE0000002, 'Throw'),
+    'callback': (0xC0000005, 'Write'), 'abort': (0xE0000002, 'Abort'),
+    'thread-throw': (0x20474343, 'Throw'), 'purecall': (0xE0000002, 'MoveFromConstructor'),
+    'busy': (0xC0000005, 'Write'), 'breakpoint': (0x80000003, 'Breakpoint'),
+    'illegal': (0xC000001D, 'IllegalInstruction'), 'read': (0xC0000005, 'Read'),
+    'divide': (0xC0000094, 'Divide'), 'write': (0xC0000005, 'Write')}
+VERSIONS = ('1.0.0', '1.1.0')
 SOURCE = pathlib.Path(__file__).resolve().parents[2] / 'examples/crashing_host/ways.cc'
 
 
-def lines_of(function):
-    """The numbers of a function's lines in the source."""
+def is_in(function, place):
+    """Whether a file and line lie inside a function of the source."""
     lines = SOURCE.read_text('utf-8').splitlines()
     first = next(n for n, line in enumerate(lines) if re.match(rf' *void {function}\(', line))
     indent = re.match(' *', lines[first])[0]
     last = next(n for n in range(first, len(lines))
                 if lines[n] == indent + '}' or '}' in lines[first])
-    return range(first + 1, last + 2)
+    file, _, line = place.rpartition(':')
+    return file.endswith('crashing_host/ways.cc') and first < int(line) <= last + 1
+
+
+def way_of(custom):
+    """The way in the host's own text; a crash in its callback leaves none."""
+    return custom.split(':')[0] or 'callback'
 
 
 def check(holds, *what):
@@ -36,43 +45,56 @@ def check(holds, *what):
 
 
 def count(folder):
-    """The crashes of each way and version, and the users of each way."""
-    crashes, users = collections.Counter(), collections.defaultdict(set)
+    """The users of the crashes of each way and version."""
+    users = collections.defaultdict(list)
     for line in (folder / 'records.jsonl').read_text('utf-8').splitlines():
         record = json.loads(line)
-        document = (folder / 'attachments' / record['document_file']['name']).read_text('utf-8')
-        way = re.search('<custom_info>([a-z-]+): ', document)[1]
-        crashes[way, record['software_version']] += 1
-        users[way].add(record['user_id'])
-    return crashes, users
+        if record['kind'] == 'crash':
+            document = (folder / 'attachments' / record['document_file']['name']).read_text('utf-8')
+            custom = re.search('<custom_info>(.*)</custom_info>', document)
+            users[way_of(custom[1] if custom else ''),
+                  record['software_version']].append(record['user_id'])
+    return users
+
+
+def compare(folder, users):
+    """Triage's data and page with the count. Ends at the first difference."""
+    page = (folder / 'crashes.html').read_text('utf-8')
+    seen = collections.Counter()
+    for group in json.loads((folder / 'groups.json').read_text('utf-8'))['groups']:
+        ways = {way_of(crash['custom']) for crash in group['list']}
+        check(len(ways) == 1, 'several ways in one group', ways)
+        way, = ways
+        summary, body = page.split(f'id="{group["id"]}"')[1].split('</summary>', 1)
+        rows = re.findall(r'<tr data-version="\d+"><td>(.*?)<td class="n">(\d+)<td class="n">(\d+)'
+                          r'.*?<td class="died">(.*?)</tr>', body.split('</table>')[0])
+        check(len(rows) == len(group['versions']), way, 'rows on the page', rows)
+        everybody = []
+        for told, (*shown, died) in zip(group['versions'], rows):
+            mine = users[way, told['version']]
+            everybody += mine
+            seen[way, told['version']] += 1
+            numbers = [len(mine), len(set(mine))]
+            check([told['crashes'], told['users']] == numbers, way, told, mine)
+            check(shown == [told['version'], *map(str, numbers)], way, 'on the page', shown)
+            function = WAYS[way][1]
+            check(told['function'].endswith('::' + function) and is_in(function, told['place']),
+                  way, told)
+            check(re.sub('<.*?>', ' ', died).split() == [function, told['place']], way, died)
+        check(group['users'] == len(set(everybody)), way, group['users'], everybody)
+        numbers = [int(n) for n in re.findall(r'<b class="(?:users|crashes)">(\d+)</b>', summary)]
+        check(numbers == [len(set(everybody)), len(everybody)], way, 'on the page', numbers)
+    check(seen == dict.fromkeys(users, 1), 'not one group for each way and version', seen)
 
 
 def main():
     folder = pathlib.Path(sys.argv[1])
-    crashes, users = count(folder)
-    expected = {(way, version) for way in FUNCTIONS for version in VERSIONS}
-    check(set(crashes) == expected, 'missing or too many', set(crashes) ^ expected)
-    page = (folder / 'crashes.html').read_text('utf-8')
-    seen = []
-    for group in json.loads((folder / 'groups.json').read_text('utf-8'))['groups']:
-        ways = {crash['custom'].split(':')[0] for crash in group['list']}
-        check(len(ways) == 1, 'several ways in one group', ways)
-        way, = ways
-        seen.append(way)
-        counted = {version: crashes[way, version] for version in VERSIONS}
-        told = {version['version']: version['crashes'] for version in group['versions']}
-        check(told == counted, way, told, counted)
-        check(group['users'] == len(users[way]), way, group['users'], users[way])
-        element = page.split(f'id="{group["id"]}"')[1].split('</summary>')[0]
-        numbers = [int(n) for n in re.findall(r'<b class="(?:users|crashes)">(\d+)</b>', element)]
-        check(numbers == [len(users[way]), sum(counted.values())], 'on the page', way, numbers)
-        died = next(frame for frame in group['stack'] if frame['host'])
-        file, _, line = died['place'].rpartition(':')
-        check(died['function'].endswith('::' + FUNCTIONS[way]) and file.endswith('ways.cc') and
-              int(line) in lines_of(FUNCTIONS[way]), way, died)
-    check(sorted(seen) == sorted(FUNCTIONS), 'not one group for each way', seen)
-    print(f'{sum(crashes.values())} crashes counted: {len(FUNCTIONS)} ways in {len(VERSIONS)} '
-          'versions, one group for each way, each with the function and line where it died')
+    users = count(folder)
+    expected = {(way, version) for way in WAYS for version in VERSIONS}
+    check(set(users) == expected, 'missing or too many', set(users) ^ expected)
+    compare(folder, users)
+    print(f'{sum(map(len, users.values()))} crashes counted: each of {len(WAYS)} ways in each of '
+          f'{len(VERSIONS)} versions in exactly one group, with the function and line where it died')
 
 
 if __name__ == '__main__':

@@ -26,9 +26,6 @@ struct Ways {
   static void Read() { zero = At(0x10); }
   static void Write() { At(0x20) = 1; }
   static void Execute() { reinterpret_cast<void (*)()>(0x30)(); }
-  static void Divide() { zero = 1 / zero; }
-  static void Illegal() { asm volatile("ud2"); }
-  static void Breakpoint() { asm volatile("int3"); }
   static void Raise() { ::RaiseException(argument, 0, 0, nullptr); }
   static void Throw() { throw 1; }
   static void InsideExport() { TAVU_SetUserIDA(current, reinterpret_cast<const char*>(0x10)); }
@@ -179,9 +176,6 @@ const struct Command {
     {L"read", Crash<Ways::Read>},
     {L"write", Crash<Ways::Write>},
     {L"execute", Crash<Ways::Execute>},
-    {L"divide", Crash<Ways::Divide>},
-    {L"illegal", Crash<Ways::Illegal>},
-    {L"breakpoint", Crash<Ways::Breakpoint>},
     {L"raise", Crash<Ways::Raise>},
     {L"throw", Crash<Ways::Throw>},
     {L"little-stack", Crash<Ways::LittleStack>},
