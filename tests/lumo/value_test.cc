@@ -279,6 +279,15 @@ TEST(Map, HoldsEqualDoublesOncePerBucket) {
     EXPECT_NE(map.Find(key), nullptr);
   }
   EXPECT_EQ(map.size(), buckets.size());
+  // Between maps such keys are different keys, though they compare equal.
+  const auto tiny = [](double key, int five) {
+    auto entries = std::make_unique<Map>();
+    entries->Insert(Value::Double(key), Value::Int(1));
+    entries->Insert(Value::Double(5.0), Value::Int(five));
+    return Value::AdoptMap(std::move(entries));
+  };
+  EXPECT_NE(Compare(tiny(1e-300, 1), tiny(2e-300, 2)), 0);
+  EXPECT_EQ(Compare(tiny(1e-300, 1), tiny(1e-300, 1)), 0);
 }
 
 }  // namespace

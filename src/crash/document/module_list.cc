@@ -20,9 +20,9 @@ void CopyCut(wchar_t (&to)[Size], const wchar_t* from) noexcept {
 }
 
 // Zero when the call fails. It is made with the module's handle, which is not a file's, and so it
-// fails. So a module whose file cannot be opened shows the beginning of 1601, which tells that its
-// size is not its own. Where the process has asked for it the system raises an exception for such a
-// handle; that is a failure like any other.
+// fails. So a module whose file cannot be opened shows the beginning of 1601 (zeros west of UTC),
+// which tells that its size is not its own. Where the process has asked for it the system raises an
+// exception for such a handle; that is a failure like any other.
 FILETIME LastWriteTimeByModule(HMODULE module) {
   BY_HANDLE_FILE_INFORMATION information = {};
   __try {

@@ -27,8 +27,9 @@ struct ModuleInfo {
 
 // "module_list" with one "module" for each, in the system's order. A module whose file cannot be
 // opened shows the size of the module before it, and one without a version block the versions of
-// the module before it. Every module has all attributes; a date in 1601 tells that the size is not
-// its own. A damaged list, or memory that runs out, ends it early. May throw std::bad_alloc.
+// the module before it. Every module has all attributes; a date in 1601, or of zeros west of
+// UTC, tells that the size is not its own. A damaged list, or memory that runs out, ends it early.
+// May throw std::bad_alloc.
 [[nodiscard]] std::unique_ptr<XmlNode> BuildModuleList(const CrashScene& scene);
 
 }  // namespace TAVU::crash

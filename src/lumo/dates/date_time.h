@@ -32,7 +32,8 @@ class DateTime {
 
   // From and to a date value, a count of milliseconds since 1970. Before 1970 seconds and fraction
   // are both negative or zero: they are rounded towards zero, so that half a second before 1970 is
-  // second 0 (and is written so). A moment too far off for a date value wraps around.
+  // second 0 (and is written so, unless the fraction is written too). A moment too far off for a
+  // date value wraps around.
   [[nodiscard]] static DateTime FromDate(std::int64_t milliseconds,
                                          std::int32_t zone_offset = LocalZoneOffset()) noexcept;
   [[nodiscard]] std::int64_t ToDate() const noexcept;

@@ -55,11 +55,13 @@ class Map : public base::FromDefaultAllocator {
   // that are copied are copied shallowly (the map then borrows); moved ones the map keeps.
   bool Insert(Value key, Value value);
 
-  // The entry with an equal key, or null. Valid until the map is cleared or destroyed.
+  // The entry with an equal key, or null. Valid until the map is cleared or destroyed. A double
+  // that is equal only within the tolerance is found if it lies in the same bucket, and else is
+  // not.
   [[nodiscard]] const Node* Find(const Value& key) const noexcept;
   [[nodiscard]] const Node* Find(std::int32_t key) const noexcept { return Find(Value::Int(key)); }
 
-  // The entry with a key equal to that of `entry`, which belongs to another map; or null.
+  // What Find gives for the key of `entry`, which belongs to another map.
   [[nodiscard]] const Node* FindTwin(const Node& entry) const noexcept {
     return Find(entry.key, entry.hash, PlaceOf(entry.bucket));
   }

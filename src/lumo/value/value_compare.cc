@@ -86,7 +86,9 @@ const Map::Node* Comparison::LowestDifference(const Map& map, const Map& other) 
 }
 
 // Maps with the same entries are equal in whatever order they were filled. Otherwise the smaller
-// map comes first, and of two as large the one whose lowest differing key is lower.
+// map comes first, and of two as large the one whose lowest differing key is lower. Keys that
+// differ and yet compare equal (doubles within the tolerance, in different buckets) give no order:
+// such maps are unequal either way round, as tables are.
 std::int32_t Comparison::OfMaps(const Map& a, const Map& b) {
   if (a.size() != b.size()) return Sign(a.size() <=> b.size());
   const Pair pair(&a, &b);
@@ -102,8 +104,9 @@ std::int32_t Comparison::FindOrder(const Map& a, const Map& b) {
   if (in_a == nullptr) return 0;
   const Map::Node* in_b = LowestDifference(b, a);
   if (in_b == nullptr) return -1;  // keys of `a` are equal to one of `b`, but not to each other
-  const std::int32_t order = Of(in_a->key, in_b->key);
-  return order != 0 ? order : Of(in_a->value, in_b->value);
+  if (const std::int32_t order = Of(in_a->key, in_b->key); order != 0) return order;
+  const std::int32_t order = Of(in_a->value, in_b->value);
+  return order != 0 ? order : -1;
 }
 
 std::int32_t Comparison::Of(const Value& a, const Value& b) {

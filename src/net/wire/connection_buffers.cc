@@ -47,9 +47,10 @@ std::ptrdiff_t ConnectionWriter::Accept(const std::byte* data, std::size_t size)
   return static_cast<std::ptrdiff_t>(taken);
 }
 
+// Few steps, and small ones before the last: while its content is moved, two buffers are held.
 void ConnectionWriter::Grow() {
   const std::size_t held = buffer_.size();
-  const std::size_t size = std::min(held * 16, most_held_);
+  const std::size_t size = std::min(held * 32, most_held_);
   auto larger = std::make_unique_for_overwrite<std::byte[]>(size);
   std::memcpy(larger.get(), buffer_.data(), held);
   grown_buffer_ = std::move(larger);
