@@ -101,7 +101,7 @@ DWORD RunHost(const std::string& scene, std::uint16_t port, const std::string& f
 
 TEST(Memory, HoldsABlockOfTheHostsInNoCopyAndAFileOnce) {
   ScriptedServer server;
-  EXPECT_LT(RunHost("uploads", server.port()), 3u * 1024);
+  EXPECT_LT(RunHost("uploads", server.port()), 1024u);
 
   const TempFile document(std::vector<std::byte>(8 << 20)), dump(std::vector<std::byte>(32 << 20));
   const std::string files = " \"" + document.path<char>() + "\" \"" + dump.path<char>() + '"';
