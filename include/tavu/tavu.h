@@ -258,9 +258,9 @@ TAVU_API TAVU_BOOL TAVU_CALL TAVU_SetTimeout(TAVU_HANDLE handle, int32_t millise
 
 /*
  * Sends one log record: over TCP, waiting for the server's confirmation, or over UDP, where success
- * means only that it was handed to the system; a failure to send its last 2048 bytes, which for most
- * records is the whole, goes unnoticed. Each record has a new connection; there is no queue and no
- * second attempt.
+ * means only that it was handed to the system; a failure to send its last 2048 bytes, which most
+ * records do not exceed, goes unnoticed. Each record has a new connection; there is no queue and
+ * no second attempt.
  *   level      0 to 7, TAVU_LEVEL_*
  *   logType    the host's own kind of log. Not null, not empty.
  *   extraData  null for none; an empty text counts as given

@@ -37,6 +37,8 @@ class DecodingCost final : public lumo::SkipObserver {
   void OnContainerEnd() override { levels_.pop_back(); }
 
   [[nodiscard]] const char* complaint() const noexcept { return complaint_; }  // empty while none
+  // Bytes that it holds besides itself.
+  [[nodiscard]] std::size_t memory() const noexcept { return levels_.capacity() * sizeof(Level); }
 
  private:
   // An open container. The rest is of a map only.
@@ -69,6 +71,7 @@ class BodyScanner {
   [[nodiscard]] ScanState state() const noexcept { return state_; }
   [[nodiscard]] bool call_begun() const noexcept { return envelope_position_ >= kEnvelopeSize; }
   [[nodiscard]] const char* reason() const noexcept { return reason_; }  // of kRefused; static
+  [[nodiscard]] std::size_t memory() const noexcept { return cost_.memory(); }  // besides itself
 
  private:
   static constexpr std::size_t kEnvelopeSize = 4;  // its fixed bytes

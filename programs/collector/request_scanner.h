@@ -26,6 +26,8 @@ class RequestScanner {
   [[nodiscard]] std::size_t size() const noexcept { return size_; }  // bytes of the request so far
   // Whether all the fixed bytes in front of the service's name have come.
   [[nodiscard]] bool call_begun() const noexcept { return body_.call_begun(); }
+  // Bytes that it holds besides itself, but for the reason.
+  [[nodiscard]] std::size_t memory() const noexcept { return body_.memory(); }
 
  private:
   enum class Expected : std::uint8_t {

@@ -35,7 +35,7 @@ UdpReceiver::Assembly::~Assembly() {
 }
 
 bool UdpReceiver::Assembly::ChargeItself() {
-  const std::size_t now = sizeof(Assembly) + kNodes + sizeof(ByteChain);
+  const std::size_t now = sizeof(Assembly) + kNodes + sizeof(ByteChain) + scanner.memory();
   if (now > charged_) {
     if (!budget_.Take(now - charged_)) return false;
     charged_ = now;
@@ -162,6 +162,7 @@ void UdpReceiver::Refuse(Assemblies::iterator assembly, std::string_view reason)
   ++metrics_.bad_requests;
   ExplainPeer(Topic::kBadRequest, kUdp, EndpointText(assembly->peer), reason);
   assembly->chain.reset();
+  assembly->scanner = RequestScanner(max_request_);  // without what the refused one held
 }
 
 void UdpReceiver::GiveUp(Assemblies::iterator assembly, std::string_view reason) {
