@@ -3,6 +3,7 @@
 
 #include <nats/nats.h>
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -31,11 +32,15 @@ natsStatus Receive(Handle& handle, Call call) {
   return status;
 }
 
-// The reason of a failure; the last one of the calling thread knows more than its status.
+// The reason of a failure; the last one of the calling thread knows more than its status. It begins
+// with a place in the library, in parentheses, which tells nobody anything.
 [[nodiscard]] inline std::string NatsReason(natsStatus status) {
   natsStatus latest = NATS_OK;
   const char* text = nats_GetLastError(&latest);
-  return latest == status && text != nullptr && *text != '\0' ? text : natsStatus_GetText(status);
+  if (latest != status || text == nullptr || *text == '\0') return natsStatus_GetText(status);
+  const std::string reason = text;
+  const std::size_t place = reason.front() == '(' ? reason.find("): ") : std::string::npos;
+  return place == std::string::npos ? reason : reason.substr(place + 3);
 }
 
 }  // namespace TAVU::collector

@@ -1,34 +1,13 @@
 #include "stream_output.h"
 
-#include <algorithm>
-#include <asio/executor_work_guard.hpp>
 #include <asio/post.hpp>
+#include <new>
 #include <utility>
 
 #include "explain.h"
+#include "record_subject.h"
 
 namespace TAVU::collector {
-namespace {
-
-constexpr std::size_t kLongestSoftware = 64;
-
-bool StandsForItself(char character) noexcept {
-  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-         (character >= '0' && character <= '9') || character == '-' || character == '_';
-}
-
-}  // namespace
-
-std::string RecordSubject(std::string_view stream, std::string_view kind,
-                          std::string_view software) {
-  std::string token(software.substr(0, kLongestSoftware));
-  std::replace_if(
-      token.begin(), token.end(), [](char character) { return !StandsForItself(character); }, '_');
-  if (token.empty()) token = "_";
-  std::string subject(stream);
-  ((subject += '.') += kind) += '.';
-  return subject += token;
-}
 
 StreamOutput::StreamOutput(asio::io_context& context, std::shared_ptr<StreamPublisher> publisher,
                            std::string stream)
@@ -46,25 +25,31 @@ std::string StreamOutput::Open() {
 }
 
 void StreamOutput::Put(FinishedRecord record, Done done) {
+  const std::uint64_t number = ++numbers_;
   const std::size_t size = record.line.size();
-  waiting_bytes_ += size;
   std::string subject = RecordSubject(stream_, record.kind, record.software);
-  publisher_->Publish({stream_, std::move(subject), std::move(record.line)},
-                      [this, size, done = std::move(done),
-                       work = asio::make_work_guard(context_)](std::string error) {
-                        asio::post(context_, [this, size, done, error = std::move(error)] {
-                          Settle(size, error, done);
+  waiting_bytes_ += size;
+  waiting_.emplace(number, Waiting{size, std::move(done), asio::make_work_guard(context_)});
+  try {
+    publisher_->Publish({stream_, std::move(subject), std::move(record.line)},
+                        [this, number](const std::string& error) {
+                          asio::post(context_, [this, number, error] { Settle(number, error); });
                         });
-                      });
+  } catch (const std::bad_alloc&) {
+    waiting_bytes_ -= size;
+    waiting_.erase(number);
+    throw;
+  }
 }
 
-void StreamOutput::Settle(std::size_t size, const std::string& error, const Done& done) {
+void StreamOutput::Settle(std::uint64_t number, const std::string& error) {
+  const Waiting waiting = std::move(waiting_.extract(number).mapped());
   const bool was_congested = congested();
-  waiting_bytes_ -= size;
+  waiting_bytes_ -= waiting.size;
   if (!error.empty()) {
     Explain(Topic::kNotKept, "a record is not acknowledged: the stream: " + error);
   }
-  done(error.empty() ? Outcome::kKept : Outcome::kUnacknowledged);
+  waiting.done(error.empty() ? Outcome::kKept : Outcome::kUnacknowledged);
   if (was_congested && !congested() && on_room_) on_room_();
 }
 

@@ -1,11 +1,13 @@
-// Records as messages of a stream: a line is a message of the subject STREAM.KIND.SOFTWARE.
+// Records as messages of a stream (record_subject.h), a line each.
 #pragma once
 
+#include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
-#include <string_view>
+#include <unordered_map>
 
 #include "record_sink.h"
 #include "stream_publisher.h"
@@ -26,17 +28,22 @@ class StreamOutput final : public RecordSink {
   [[nodiscard]] std::size_t waiting_bytes() const noexcept override { return waiting_bytes_; }
 
  private:
-  void Settle(std::size_t size, const std::string& error, const Done& done);
+  // A record that is being published. Whoever waits for it is let go on the io_context's thread
+  // alone, so the publisher knows it by a number.
+  struct Waiting {
+    std::size_t size;
+    Done done;
+    asio::executor_work_guard<asio::io_context::executor_type> work;
+  };
+
+  void Settle(std::uint64_t number, const std::string& error);
 
   asio::io_context& context_;
   const std::shared_ptr<StreamPublisher> publisher_;
   const std::string stream_;
+  std::unordered_map<std::uint64_t, Waiting> waiting_;
+  std::uint64_t numbers_ = 0;
   std::size_t waiting_bytes_ = 0;
 };
-
-// A record's subject. Of the software's identifier, which is a peer's, letters, digits, "-" and "_"
-// stand for themselves, everything else is "_", and 64 characters are enough.
-[[nodiscard]] std::string RecordSubject(std::string_view stream, std::string_view kind,
-                                        std::string_view software);
 
 }  // namespace TAVU::collector

@@ -155,7 +155,8 @@ void StreamPublisher::Send(Pending pending) {
   natsMsg* rest = message;
   const natsStatus status = js_PublishMsgAsync(jet_stream_.get(), &rest, &options);
   if (status == NATS_OK) return;
-  const std::string reason = NatsReason(status);
+  const std::string reason =
+      status == NATS_INSUFFICIENT_BUFFER ? "no connection to its servers" : NatsReason(status);
   std::unique_lock lock(mutex_);
   Pending back = std::move(on_their_way_.extract(message).mapped());
   lock.unlock();
@@ -198,8 +199,8 @@ void StreamPublisher::TakeAnswer(natsMsg* message, const jsPubAck* acknowledged,
     return pending.done(failed->ErrText != nullptr ? failed->ErrText : "refused");
   }
   if (failed->Err == NATS_NO_RESPONDERS) {
-    return SendLater(std::move(pending), "nobody takes records for the stream " + pending.stream,
-                     kPause);
+    const std::string error = "nobody answers for the stream " + pending.stream;
+    return SendLater(std::move(pending), error, kPause);
   }
   SendLater(std::move(pending), "the stream does not answer", Clock::duration::zero());
 }

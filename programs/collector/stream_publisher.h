@@ -34,7 +34,8 @@ struct StreamMessage {
 // Life: Open, then Publish; destroyed when all messages are done.
 class StreamPublisher {
  public:
-  // Told on the publisher's threads, once for each message; empty: the stream has it.
+  // Told on one of the publisher's threads, once for each message, and destroyed there; empty: the
+  // stream has it.
   using Done = std::function<void(std::string error)>;
 
   // `servers`: URLs, with commas between them. A message is tried for `patience`. What happens to

@@ -8,6 +8,7 @@
 
 #include "body_scanner.h"
 #include "lumo/codec/codec.h"
+#include "record_subject.h"
 #include "request_scanner.h"
 #include "support/vectors.h"
 
@@ -84,6 +85,19 @@ TEST(RequestScanner, RefusesAsEarlyAsItCan) {
   const Bytes request = InPackets(BodyWith(BytesOf("4e")), 99);
   EXPECT_EQ(Scan(request, used, request.size()).first, ScanState::kComplete);
   EXPECT_EQ(Scan(request, used, request.size() - 1).second, "request larger than 16 bytes");
+}
+
+TEST(RecordSubject, IsTheStreamsOwnWhateverThePeerSays) {
+  const std::pair<std::string, std::string> kCases[] = {
+      {"my-game_2", "S.log.my-game_2"},
+      {"", "S.log._"},
+      {"a.b", "S.log.a_b"},
+      {"*", "S.log._"},
+      {">\r\nPUB x", "S.log.___PUB_x"},
+      {std::string(99, 'x'), "S.log." + std::string(64, 'x')}};
+  for (const auto& [software, subject] : kCases) {
+    EXPECT_EQ(RecordSubject("S", "log", software), subject);
+  }
 }
 
 }  // namespace
