@@ -21,7 +21,8 @@ install(FILES ${PROJECT_BINARY_DIR}/TAVUConfig.cmake ${PROJECT_BINARY_DIR}/TAVUC
   DESTINATION ${tavu_config_folder})
 
 install(FILES docs/package/README.md CHANGELOG.md DESTINATION .)
-install(FILES docs/wire.md docs/crashes.md docs/triage.md DESTINATION docs)
+install(FILES docs/wire.md docs/crashes.md docs/triage.md docs/fleet.md DESTINATION docs)
+install(DIRECTORY docs/fleet DESTINATION docs)
 install(FILES examples/host/host.cc DESTINATION examples/host)
 install(FILES programs/collector/README.md DESTINATION programs/collector)
 install(FILES examples/python_reader/read_requests.py DESTINATION examples/python_reader)
