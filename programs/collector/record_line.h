@@ -45,7 +45,7 @@ struct DescribedCall {
 [[nodiscard]] std::string FinishLine(const DescribedCall& described,
                                      std::span<const KeptAttachment> kept);
 
-// Undoes %XX; what is no such form stays as it is.
+// Undoes %XX. A percent sign without two hexadecimal digits after it stays.
 [[nodiscard]] std::string PercentDecode(std::string_view text);
 
 }  // namespace TAVU::collector

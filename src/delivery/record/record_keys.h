@@ -14,7 +14,8 @@ inline constexpr char kServerService[] = "tavu_server";
 // The service that takes the records of the LuaDump senders.
 inline constexpr char kLuaDumpService[] = "LuaDump";
 
-// Part of the wire format: none of the numbers may change.
+// Collectors in the field find a record's fields by these numbers: one that changed would be a
+// field that none of them reads.
 enum class RecordKey : std::int32_t {
   kConstantZero = 0,  // always "0"
   kSoftwareId = 1,

@@ -1,9 +1,9 @@
 // Finds the end of an encoded value without building the value.
 //
-// Bytes go in as they come, in pieces of any size. Of them nothing is kept but where in the grammar
-// they stopped, so that a value of any size is passed on about a kilobyte of memory: no allocation,
-// no recursion, no comparison of keys, and time in proportion to the bytes. What the skipper takes
-// and where it stops is what ReadValue takes and where it stops, nesting bounded alike.
+// Bytes go in as they come, in pieces of any size. The skipper remembers only where in the grammar
+// they stopped, so a value of any size needs about a kilobyte of memory: no allocation, no
+// recursion, no comparison of keys, and time in proportion to the bytes. It accepts what ReadValue
+// accepts, stops where ReadValue stops, and bounds nesting in the same way.
 #pragma once
 
 #include <array>

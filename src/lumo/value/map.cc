@@ -23,8 +23,9 @@ std::uint32_t BucketOf(std::uint32_t hash) noexcept {
   return hash % std::uint32_t{kBucketCount};
 }
 
-// Equal keys of these types have equal hashes. Not so doubles, which are equal within a tolerance,
-// and containers, which may hold doubles or the same entries in another order.
+// Equal keys of these types have equal hashes. Equal doubles need not, because they are equal
+// within a tolerance, and so with containers, which may hold doubles or the same entries in another
+// order.
 bool HashDecides(const Value& key) noexcept {
   return key.type() <= ValueType::kBinary && key.type() != ValueType::kDouble;
 }

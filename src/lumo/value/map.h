@@ -1,7 +1,7 @@
 // A hash table from values to values with a fixed number of buckets.
 //
 // The iteration order (bucket by bucket, in each bucket the newest entry first) is the order of the
-// entries on the wire and therefore part of the format. Copies keep it.
+// entries on the wire. Whoever compares records byte by byte depends on it, so copies keep it.
 //
 // All entries hang on one chain in just that order, so that the small maps that records are cost no
 // more than their entries. A map of more than a few entries has an index besides, which finds a key
@@ -72,10 +72,10 @@ class Map : public base::FromDefaultAllocator {
   void Clear() noexcept;
 
   // Makes room in one block of memory for what is about to come: so many more entries, and `bytes`
-  // for Room. Who knows both spares a small map its several blocks.
+  // for Room. A caller that knows both saves a small map all blocks but one.
   void Reserve(std::size_t entries, std::size_t bytes = 0);
 
-  // The way of a decoder, which saves it a block of memory per text and the moving about of values.
+  // For a decoder, which saves a block of memory per text and does not move values about.
   // The spare entry lies in the map's memory, but does not belong to it until InsertSpare, which
   // does with its key and value as Insert does; after false both are null again.
   [[nodiscard]] Node& Spare() { return spare_ != nullptr ? *spare_ : MakeSpare(); }

@@ -207,7 +207,7 @@ class Value {
 // The total order of values: negative, zero or positive. Values of different types compare by their
 // type tags alone; see value_compare.cc for each type's rule and its oddities. Throws BadAllocation
 // for maps so entangled in each other's keys that it would have to remember more than a million
-// pairs of them. Who need not know which one comes first asks AreEqual of value_equality.h.
+// pairs of them. AreEqual (value_equality.h) is cheaper for callers that need no order.
 [[nodiscard]] std::int32_t Compare(const Value& a, const Value& b);
 
 // The lookup2 hash of tag and content, chained on `initial`.
