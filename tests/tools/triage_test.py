@@ -1,9 +1,12 @@
 """tools/triage on crashes that were counted by hand: its data, its page, and the page in a browser."""
 import html.parser
 import json
+import os
 import pathlib
+import pty
 import subprocess
 import tempfile
+import termios
 import unittest
 
 import browser
@@ -139,7 +142,8 @@ class TriageTest(unittest.TestCase):
                                  (['--since', '1h'], []), (['--version', '1.1'], [])):
             with self.subTest(options):
                 self.assertEqual([g['crashes'] for g in self.data(*options)['groups']], crashes)
-        self.triage('--since', 'yesterday', status=2)
+        for no_time in ('yesterday', '9999999d'):
+            self.triage('--since', no_time, status=2)
 
     def test_rules_of_the_host(self):
         self.add_table()
@@ -166,14 +170,21 @@ class TriageTest(unittest.TestCase):
         known = '2026-11-06T10:00:00.000Z', 'dan', '1.10', '0x40001234', '', '10.0.22631'
         self.add(*known)
         self.triage('--new', status=0)
+        # A file that comes after its record: its crash is new then.
+        late = self.add(*known[:3], '0x4000AAAA', *known[4:])
+        aside = late.rename(self.folder / late.name)
+        self.triage('--new', status=0)
+        self.assertIn('not in the store', self.errors[0])
+        aside.rename(late)
+        self.assertIn('game.exe+0xaaaa', self.triage('--new', status=3))
         self.add(*known[:3], '0x40009999', *known[4:])
         self.add_line('{"time":"2026-11-07T10:00:00.000Z","kind":"crash","user', end='')
         self.assertIn('new: 1 crash of 1 user: Access violation reading: game.exe+0x9999',
                       self.triage('--new', status=3))
-        self.assertEqual((self.errors, self.data()['crashes']), ([], 8))
+        self.assertEqual((self.errors, self.data()['crashes']), ([], 9))
         # The records again under another name, as after a rotation: nothing counts twice.
         self.records = self.records.rename(self.folder / 'records.jsonl.1')
-        self.assertEqual(self.data('--state', self.folder / 'records.jsonl.triage')['crashes'], 8)
+        self.assertEqual(self.data('--state', self.folder / 'records.jsonl.triage')['crashes'], 9)
 
     def test_what_is_broken_costs_a_line(self):
         self.add_table()
@@ -183,7 +194,7 @@ class TriageTest(unittest.TestCase):
         self.add_line('{"kind":"crash"')
         self.add_line('["crash"]')
         for name in ('gone-crash.dmp', '../records.jsonl'):
-            self.add_line(json.dumps({'kind': 'crash', 'user_id': 'eve',
+            self.add_line(json.dumps({'kind': 'crash', 'user_id': 'half \ud83d',
                                       'dump_file': {'name': name}}))
         data = self.data()
         self.assertEqual((data['crashes'], len(data['unreadable']), len(self.errors)), (6, 3, 5))
@@ -191,6 +202,20 @@ class TriageTest(unittest.TestCase):
                          'gone-crash.dmp: not in the store', 'neither a document nor a dump'):
             self.assertIn(expected, '\n'.join(self.errors))
         self.assertTrue(all(line.isprintable() for line in self.errors))
+
+    def test_progress_on_a_terminal(self):
+        self.add_table()
+        for columns in (0, 30):  # 0: it does not tell
+            terminal, other_end = pty.openpty()
+            termios.tcsetwinsize(other_end, (24, columns))
+            subprocess.run([TRIAGE, self.records, '--store', self.store, '--state', f'{columns}'],
+                           cwd=self.folder, stdout=subprocess.DEVNULL, stderr=other_end, check=True)
+            os.close(other_end)
+            with open(terminal, 'rb', buffering=0) as shown:
+                lines = shown.read(1 << 16).decode().split('\r')
+            self.assertIn('] 6 of 6 crashes', '\n'.join(lines))
+            self.assertLess(max(map(len, lines)), columns or 80)
+            self.assertEqual([line.strip() for line in lines[-2:]], ['', ''], 'cleared at the end')
 
     def test_the_page_equals_a_count_by_hand(self):
         self.add_table()

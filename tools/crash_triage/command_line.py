@@ -15,6 +15,7 @@ from crash_reading.images import Images
 from crash_reading.symbols import Symbols
 from crash_reading.text import printable
 from crash_triage import groups as grouping
+from crash_triage.facts import NOT_THERE
 from crash_triage.groups import Group
 from crash_triage.naming import find_names
 from crash_triage.page import write_page
@@ -33,9 +34,11 @@ def main(arguments: Sequence[str] | None = None) -> int:
     options = parse(arguments)
     try:
         return run(options)
-    except (OSError, RuleError, StateError) as fault:
+    except OSError as fault:
+        complain(f'{fault.filename}: {fault.strerror}' if fault.filename else str(fault))
+    except (RuleError, StateError) as fault:
         complain(str(fault))
-        return FAILURE
+    return FAILURE
 
 
 def parse(arguments: Sequence[str] | None) -> argparse.Namespace:
@@ -71,13 +74,17 @@ def parse(arguments: Sequence[str] | None) -> argparse.Namespace:
 def moment(text: str) -> str:
     """A time as the collector writes times."""
     match = re.fullmatch(r'(\d+)([hdw])', text)
-    if match:
-        ago = timedelta(**{UNITS[match[2]]: int(match[1])})
-        return (datetime.now(timezone.utc) - ago).strftime('%Y-%m-%dT%H:%M:%S')
-    time = datetime.fromisoformat(text)  # ValueError: argparse names the argument
-    if time.tzinfo:
-        time = time.astimezone(timezone.utc)
-    return time.strftime('%Y-%m-%dT%H:%M:%S')
+    try:
+        if match:
+            time = datetime.now(timezone.utc) - timedelta(**{UNITS[match[2]]: int(match[1])})
+        else:
+            time = datetime.fromisoformat(text)
+        if time.tzinfo:
+            time = time.astimezone(timezone.utc)
+    except (ValueError, OverflowError):
+        raise argparse.ArgumentTypeError(
+            f'no time like 2024-02-29, 2024-02-29T12:00, 12h, 7d or 2w: {text!r}') from None
+    return time.isoformat(timespec='seconds')[:len('2024-02-29T12:00:00')]
 
 
 def complain(text: str) -> None:
@@ -89,6 +96,8 @@ def run(options: argparse.Namespace) -> int:
     for folder in (options.store, *options.symbols):
         if not folder.is_dir():
             raise NotADirectoryError(f'{folder} is no folder')
+    for path in options.records:
+        path.stat()  # one that is missing is to leave no state
     symbols = Symbols(subfolders(options.symbols), str(ROOT))
     state = State(options.state or Path(f'{options.records[0]}.triage'))
     read_new(state, options, symbols.images)
@@ -124,8 +133,10 @@ def read_new(state: State, options: argparse.Namespace, images: Images) -> None:
         for record in read_crashes(path, state.position(path), complain,
                                    partial(state.set_position, path)):
             state.add_record(record)
+    # So may the store be completed later, or a run have been given another one.
+    state.read_again(crash for crash in state.missing() if has_more(crash, options.store))
     # Symbols that came later than a crash may lead further down its stack.
-    state.read_again([ident for ident, lacked in state.lacking() if any(map(images.find, lacked))])
+    state.unwind_again([ident for ident, lacked in state.lacking() if any(map(images.find, lacked))])
     unread = state.unread()
     progress = Progress(len(unread))
     for key, facts in Reader(options.store, images).read_all(unread):
@@ -135,6 +146,12 @@ def read_new(state: State, options: argparse.Namespace, images: Images) -> None:
         state.set_facts(key, facts)
         progress.advance()
     progress.clear()
+
+
+def has_more(crash: KnownCrash, store: Path) -> bool:
+    """Whether the store holds a file that it lacked when the crash was read."""
+    return any(f'{name}: {NOT_THERE}' in crash.fault and (store / name).is_file()
+               for name in (crash.record.document, crash.record.dump) if name)
 
 
 def is_wanted(crash: KnownCrash, options: argparse.Namespace) -> bool:
@@ -158,7 +175,7 @@ def give_out(groups: Sequence[Group], unreadable: Sequence[KnownCrash],
     if output:
         write_page(output, groups, unreadable, options.store)
     if options.json:
-        json.dump(as_data(groups, unreadable), sys.stdout, ensure_ascii=False, indent=1)
+        json.dump(as_data(groups, unreadable), sys.stdout, indent=1)
         print()
         return
     for group in groups if options.new else ():

@@ -16,6 +16,7 @@ from crash_triage.records import CrashRecord
 
 Kind = TypeVar('Kind')
 LOW_32 = 0xFFFFFFFF
+NOT_THERE = 'not in the store'  # the fault of a file that may still come
 MOST_CUSTOM = 4096  # characters of the host's own text: more than the library lets through
 
 
@@ -88,10 +89,11 @@ def _read(reader: Callable[[str], Kind], name: str, store: Path,
           faults: list[str]) -> Kind | None:
     if not name:
         return None
+    if not (store / name).is_file():  # a pipe would keep its reader waiting
+        faults.append(f'{name}: {NOT_THERE}')
+        return None
     try:
         return reader(str(store / name))
-    except FileNotFoundError:
-        faults.append(f'{name}: not in the store')
     except OSError as fault:
         faults.append(f'{name}: {fault.strerror}')
     except ValueError as fault:

@@ -34,8 +34,12 @@ def write_page(path: Path, groups: Sequence[Group], unreadable: Sequence[KnownCr
     environment.filters['minute'] = minute
     text = environment.get_template('page.html.j2').render(_page(path, groups, unreadable, store))
     unfinished = path.with_name(path.name + '.part')
-    unfinished.write_text(text, 'utf-8', 'replace')
-    unfinished.replace(path)
+    try:
+        unfinished.write_text(text, 'utf-8', 'replace')
+        unfinished.replace(path)
+    except OSError:
+        unfinished.unlink(missing_ok=True)
+        raise
 
 
 def _page(path: Path, groups: Sequence[Group], unreadable: Sequence[KnownCrash],

@@ -41,11 +41,13 @@ def _read_forked(record: CrashRecord) -> tuple[str, CrashFacts]:
 
 
 class Progress:
-    """A bar on a terminal; nothing anywhere else."""
-    WIDTH = 40
+    """A bar on a terminal, within one line of it; nothing anywhere else."""
+    WIDEST, NARROWEST = 40, 5
+    COLUMNS = 80  # of a terminal that does not tell
 
     def __init__(self, total: int) -> None:
         self.total, self.done, self.shown = total, 0, -1
+        self.line = ''
         self.enabled = total > 0 and sys.stderr.isatty()
 
     def advance(self) -> None:
@@ -53,12 +55,25 @@ class Progress:
         percent = 100 * self.done // max(self.total, 1)
         if self.enabled and percent != self.shown:
             self.shown = percent
-            bar = '#' * (self.WIDTH * percent // 100)
-            sys.stderr.write(f'\r[{bar:<{self.WIDTH}}] {self.done} of {self.total} crashes')
-            sys.stderr.flush()
+            self._write(self._bar(percent))
 
     def clear(self) -> None:
         """Leaves the line to whatever is written next."""
-        if self.enabled and self.shown >= 0:
-            sys.stderr.write('\r\033[K')
+        if self.line:
+            self._write('')
             self.shown = -1
+
+    def _bar(self, percent: int) -> str:
+        # The last column stays empty: a character there may move on to the next line.
+        columns = (os.get_terminal_size(sys.stderr.fileno()).columns or self.COLUMNS) - 1
+        text = f'{self.done} of {self.total} crashes'
+        width = min(self.WIDEST, columns - len(text) - len('[] '))
+        if width >= self.NARROWEST:
+            text = f'[{"#" * (width * percent // 100):<{width}}] {text}'
+        return text[:columns]
+
+    def _write(self, line: str) -> None:
+        """In the place of the line before, with nothing that a simple terminal does not know."""
+        sys.stderr.write('\r' + ' ' * len(self.line) + '\r' + line)
+        sys.stderr.flush()
+        self.line = line

@@ -75,8 +75,12 @@ def crash_of(record: dict[str, Any], line: bytes) -> CrashRecord:
 
 
 def text(record: dict[str, Any], key: str) -> str:
-    value = record.get(key, '')
-    return value if isinstance(value, str) else str(value)
+    return whole(record.get(key) or '')
+
+
+def whole(value: object) -> str:
+    """As a text that can be written: JSON can hold half a character."""
+    return str(value).encode('utf-8', 'replace').decode()
 
 
 def attachment(record: dict[str, Any], key: str) -> str:
@@ -85,4 +89,4 @@ def attachment(record: dict[str, Any], key: str) -> str:
     name = value.get('name') if isinstance(value, dict) else None
     if not isinstance(name, str) or name in ('', '.', '..') or '/' in name or '\0' in name:
         return ''
-    return name
+    return whole(name)

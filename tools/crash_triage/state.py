@@ -13,7 +13,7 @@ from pathlib import Path
 
 from crash_reading.modules import Module
 from crash_reading.symbols import Call
-from crash_triage.facts import CrashFacts, Stack
+from crash_triage.facts import NOT_THERE, CrashFacts, Stack
 from crash_triage.records import CrashRecord, Position
 
 # By a module's identity and an offset in it: the function there, after those inlined into it.
@@ -145,12 +145,12 @@ class State:
                               ' and sampled < ?', (json.dumps(facts.sample), key, content, key))
         return int(self._value('select id from stack where content = ?', content))
 
-    def crashes(self) -> Iterator[KnownCrash]:
+    def crashes(self, where: str = '') -> Iterator[KnownCrash]:
         """All that were read, the oldest first."""
         rows = self.database.execute(
             'select key, time, user, software, version, comment, document, dump,'
             ' run, fault, system, custom, modules, code, address, thread, stack'
-            ' from crash order by time, key')
+            f' from crash {where} order by time, key')
         for row in rows:
             run, fault, system, custom, modules, code, address, thread, stack = row[8:]
             yield KnownCrash(CrashRecord(*row[:8]), run, fault, system, custom,
@@ -168,7 +168,17 @@ class State:
         return [(ident, [Module(**module) for module in json.loads(lacked)])
                 for ident, lacked in rows]
 
-    def read_again(self, stacks: Iterable[int]) -> None:
+    def missing(self) -> list[KnownCrash]:
+        """The crashes of which a file was not in the store."""
+        return list(self.crashes(f"where fault like '%{NOT_THERE}%'"))
+
+    def read_again(self, crashes: Iterable[KnownCrash]) -> None:
+        """Makes these crashes unread. One that had no stack is as new as if it came now."""
+        self.database.executemany(
+            'update crash set stack = null, run = iif(stack, run, ?) where key = ?',
+            [(self.run, crash.record.key) for crash in crashes])
+
+    def unwind_again(self, stacks: Iterable[int]) -> None:
         """Makes the crashes with these stacks unread."""
         for ident in stacks:
             self.database.execute('update crash set stack = null where stack = ?', (ident,))
