@@ -66,8 +66,8 @@ def compare(folder, users):
         check(len(ways) == 1, 'several ways in one group', ways)
         way, = ways
         summary, body = page.split(f'id="{group["id"]}"')[1].split('</summary>', 1)
-        rows = re.findall(r'<tr data-version="\d+"><td>(.*?)<td class="n">(\d+)<td class="n">(\d+)'
-                          r'.*?<td class="died">(.*?)</tr>', body.split('</table>')[0])
+        rows = re.findall(r'<tbody data-version="\d+"><tr><td>(.*?)<td class="n">(\d+)<td class="n">(\d+)'
+                          r'(?s:.*?)<td class="died".*?>(.*?)</tr>', body.split('</table>')[0])
         check(len(rows) == len(group['versions']), way, 'rows on the page', rows)
         everybody = []
         for told, (*shown, died) in zip(group['versions'], rows):
