@@ -114,6 +114,32 @@ TEST(Format, CombinesFlagsAsCDoes) {
   EXPECT_EQ(out.view(), "abc");
 }
 
+TEST(NumberText, ReadsIntegers) {
+  // text, as int, as long
+  for (const Json& test : Cases(R"([
+    ["", 0, 0], [" \t\n\u000b\f\r", 0, 0],  // as the C library reads it
+    ["08", null, 8], ["017", 15, 17], ["-0x1f ", -31, -31], ["0X1F", 31, 31],
+    ["00000000000000000000000000001", 1, 1], ["-2147483648 ", null, -2147483648],
+    // In range by their length only: what does not fit becomes the limit.
+    ["0x80000000", 2147483647, 2147483648], ["-0xffffffff", -2147483648, -4294967295],
+    ["0xfffffffffffffffff", null, 9223372036854775807],
+    ["-0xfffffffffffffffff", null, -9223372036854775808],
+    // Zeros are skipped at the very front only; one after the text is no white space.
+    ["+000000000000000000000000001", null, null], ["12\u0000", null, null],
+    ["0x", null, null], ["0xg", null, null], ["00x1", null, null], ["0b1", null, null],
+    ["- 5", null, null], ["+-5", null, null], ["--5", null, null], ["1e3", null, null],
+    ["0xffffffffffffffffff", null, null]
+  ])")) {
+    const std::string text = test[0];
+    const std::optional<std::int32_t> as_int = ParseInt(text);
+    const std::optional<std::int64_t> as_long = ParseLong(text);
+    EXPECT_EQ(as_int ? Json(*as_int) : Json(), test[1]) << test;
+    EXPECT_EQ(as_long ? Json(*as_long) : Json(), test[2]) << test;
+  }
+  EXPECT_EQ(ParseInt("\xA0"), std::nullopt) << "white space in some locales";
+  EXPECT_EQ(ParseInt(std::string_view("12345", 2)), 12) << "read beyond the text";
+}
+
 TEST(NumberText, ReadsAndWritesDoublesInEveryLocale) {
   const Json texts = Cases(R"([
     ["", 0], [".5", 0.5], ["5.", 5], ["+1.5e+1\n", 15], ["-1E-1", -0.1], ["0e999", 0],
@@ -189,6 +215,27 @@ TEST(DateTime, FormatsAndParsesAsTheVectorsSay) {
   for (const Json& test : Vectors("dates.json", "parse")) {
     EXPECT_EQ(ResultOf(test["text"], test["kind"], test["given_offset"]), test["result"]) << test;
   }
+}
+
+TEST(DateTime, FormatsFarAndOddMoments) {
+  const std::pair<std::string, const char*> kCases[] = {
+      {Text(DateTime::FromDate(INT64_MAX, 0), 1, 1), "292278994-08-17T07:12:55Z"},
+      {Text(DateTime::FromDate(INT64_MIN, 0), 2, 1), "Sun, 16 May -292275055 16:47:05 GMT"},
+      {Text(DateTime::FromDate(INT64_MIN, 0), 4, 1), "Sunday, 16-May-55 16:47:05 GMT"},
+      // Of the years -292277022657 and 292277026596 the low 32 bits are kept. The second moment is
+      // the last of all, because a zone too much wraps around.
+      {Text(DateTime(INT64_MIN, 0, 0), 5, 0), "Sun Jan 27 08:29:52 -219246529"},
+      {Text(DateTime(INT64_MIN, 0, 1), 5, 0), "Sun Dec  4 15:30:07 219250468"},
+      // The zone of asctime, and a zone of an odd width.
+      {Text(DateTime(784111777, 0, -32400), 5, 0), "Sun Nov  6 17:49:37 1994"},
+      {Text(DateTime(0, 0, INT32_MIN), 1, 1), "2038-01-19T03:14:08+596523:14"},
+      // Fractions: of 0 the point stays; before 1970 they count from the second below.
+      {Text(DateTime(5, 0, 0), 1, 2), "1970-01-01T00:00:05.Z"},
+      {Text(DateTime::FromDate(-500, 0), 1, 2), "1969-12-31T23:59:59.5Z"},
+  };
+  for (const auto& [actual, expected] : kCases) EXPECT_EQ(actual, expected);
+  for (const std::int64_t date : {INT64_MIN, INT64_MIN + 1, INT64_MAX / -1500, INT64_MAX})
+    EXPECT_EQ(DateTime::FromDate(date, 3600).ToDate(), date);
 }
 
 TEST(DateTime, RefusesEveryCutAndEveryWrongByte) {

@@ -57,6 +57,48 @@ TEST(Vectors, HoldInThisZone) {
   }
 }
 
+TEST(Conversion, KnowsTheLessUsualPairs) {
+  // value, target, the modes in which it succeeds (1 unchecked, 2 ranged, 3 exact), result
+  for (const Json& test : Cases(R"([
+    [["long", "4294967301"], "int", "1", ["int", 5]],
+    [["date", "-7"], "int", "123", ["int", -7]],
+    [["null"], "double", "123", ["double", "0000000000000000"]],
+    [["bool", true], "double", "123", ["double", "3ff0000000000000"]],
+    [["long", "-9223372036854775808"], "double", "123", ["double", "c3e0000000000000"]],
+    [["long", "9007199254740993"], "double", "12", ["double", "4340000000000000"]],
+    [["bigint", "9007199254740993"], "double", "12", ["double", "4340000000000000"]],
+    [["string", ""], "char", "", null],
+    [["date", "5"], "char", "", null],
+    [["double", "7ff8000000000000"], "char", "", null],
+    [["date", "-9223372036854775808"], "bool", "12", ["bool", true]],
+    [["table", {"columns": [["a", "int"]], "rows": []}], "bool", "12", ["bool", false]],
+    [["xml"], "bool", "", null],
+    [["bigint", "0"], "binary", "123", ["binary", ""]],
+    [["bigint", "-9223372036854775808"], "long", "123", ["long", "-9223372036854775808"]],
+    [["bigint", "-9223372036854775809"], "long", "", null],
+    [["bigint", "18446744073709551616"], "long", "", null],
+    // 2^63: not above the limit, which is a double too. Then -2^63, 2^64, NaN, -infinity, -0.9
+    [["double", "43e0000000000000"], "long", "123", ["long", "-9223372036854775808"]],
+    [["double", "c3e0000000000000"], "long", "123", ["long", "-9223372036854775808"]],
+    [["double", "43f0000000000000"], "long", "1", ["long", "-9223372036854775808"]],
+    [["double", "7ff8000000000000"], "long", "12", ["long", "-9223372036854775808"]],
+    [["double", "fff0000000000000"], "long", "1", ["long", "-9223372036854775808"]],
+    [["double", "bfeccccccccccccd"], "long", "12", ["long", "0"]],
+    // 2147483647.5, 2147483648, -2147483648.5, NaN, -2147483647.5
+    [["double", "41dfffffffe00000"], "int", "1", ["int", 2147483647]],
+    [["double", "41e0000000000000"], "int", "1", ["int", -2147483648]],
+    [["double", "c1e0000000100000"], "int", "1", ["int", -2147483648]],
+    [["double", "7ff8000000000000"], "int", "12", ["int", -2147483648]],
+    [["double", "c1dfffffffe00000"], "int", "12", ["int", -2147483647]]
+  ])")) {
+    const auto modes = test[2].get<std::string>();
+    for (const char mode : {'0', '1', '2', '3'}) {
+      CheckConversion(test[0], test[1], mode - '0',
+                      modes.find(mode) != std::string::npos ? test[3] : Json());
+    }
+  }
+}
+
 TEST(Conversion, CopiesThePayloadOutIfStrictAndNothingIfItFailsOtherwise) {
   std::int32_t number = 0;
   EXPECT_FALSE(GetAsInt(Value::Long(0x1'0000'0007), number, ConversionMode::kStrict));
