@@ -214,7 +214,7 @@ def measure(work: Path, arguments: argparse.Namespace) -> None:
     """One collector, spoken to by itself, in each of its ways to keep records."""
     common = [str(parts.COLLECTOR), '--address-connections', '0']
     ways: dict[str, list[str]] = {
-        'standard output, not kept': [],
+        'standard output': [],
         'a file': ['--output', 'records.jsonl'],
         'a file, --durable': ['--output', 'durable.jsonl', '--durable'],
         'a stream of three servers': ['--nats', SERVERS, '--stream', STREAM],

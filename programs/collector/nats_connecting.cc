@@ -28,6 +28,7 @@ std::vector<std::string> SplitUrls(const std::string& text) {
 natsStatus SetServers(natsOptions* options, const std::string& servers, const char* name) {
   const std::vector<std::string> urls = SplitUrls(servers);
   std::vector<const char*> pointers;
+  pointers.reserve(urls.size());
   for (const std::string& url : urls) pointers.push_back(url.c_str());
   natsStatus status =
       natsOptions_SetServers(options, pointers.data(), static_cast<int>(pointers.size()));

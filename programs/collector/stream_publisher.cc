@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <asio/post.hpp>
 #include <future>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -103,9 +104,10 @@ void StreamPublisher::Publish(StreamMessage message, Done done) {
 }
 
 std::string StreamPublisher::PublishAndWait(StreamMessage message) {
-  std::promise<std::string> result;
-  Publish(std::move(message), [&result](std::string error) { result.set_value(std::move(error)); });
-  return result.get_future().get();
+  const auto result = std::make_shared<std::promise<std::string>>();
+  std::future<std::string> error = result->get_future();
+  Publish(std::move(message), [result](std::string told) { result->set_value(std::move(told)); });
+  return error.get();
 }
 
 void StreamPublisher::SendUntilStopped() {

@@ -22,7 +22,7 @@ constexpr std::int64_t kFlushTime = 5000;
 
 // After which a record that is printed nowhere comes again, in nanoseconds. A batch of large
 // attachments must fit in.
-constexpr std::int64_t kAcknowledgeTime = 5 * 60 * std::int64_t{1000000000};
+constexpr std::int64_t kAcknowledgeTime = std::int64_t{5 * 60} * 1000000000;
 
 using ConsumerInfo =
     std::unique_ptr<jsConsumerInfo, collector::NatsDestroy<jsConsumerInfo_Destroy>>;
@@ -135,7 +135,7 @@ void StreamReader::FetchAttachments(std::string_view line) {
     const std::string problem = attachments_->Fetch(name, value.at("sha256").get<std::string>());
     if (problem.empty()) continue;
     incomplete_ = true;
-    Complain("the attachment " + name + ": " + problem);
+    Complain(std::string("the attachment ").append(name).append(": ").append(problem));
   }
 }
 

@@ -16,6 +16,7 @@ constexpr double kNanosecondsOfDay = 24.0 * 3600 * 1e9;
 void MakeStream(jsCtx* jet_stream, const Options& options, const std::string& name,
                 const std::vector<std::string>& subjects, bool bucket) {
   std::vector<const char*> pointers;
+  pointers.reserve(subjects.size());
   for (const std::string& subject : subjects) pointers.push_back(subject.c_str());
   jsStreamConfig config;
   Require(jsStreamConfig_Init(&config), name);
