@@ -243,6 +243,7 @@ TEST(DateTime, RefusesEveryCutAndEveryWrongByte) {
   for (const Json& test : Cases(R"([
     [1, "1994-11-06T08:49:37.5+09:00", 4, 7, 10, 16, 19, 21],
     [1, "1994-11-06T08:49-03:30", 4, 7, 10, 16],
+    [1, "2011-01-01", 4, 7],
     [2, "Sun, 06 Nov 1994 08:49:37 GMT"], [4, "Wednesday, 30-Apr-08 00:00:00 GMT"],
     [5, "Sat Dec 31 23:59:59 2011"]
   ])")) {
@@ -258,6 +259,9 @@ TEST(DateTime, RefusesEveryCutAndEveryWrongByte) {
         EXPECT_EQ(ResultOf(changed, test[0], 0), nullptr) << changed;
       }
     }
+  }
+  for (const char* none : {"2011-00", "2011-13", "2011-01-32"}) {
+    EXPECT_EQ(ResultOf(none, 1, 0), nullptr) << none;
   }
 }
 
