@@ -7,6 +7,7 @@
 
 #include "base/thread_error.h"
 #include "net/client/call_once.h"
+#include "net/client/socket.h"
 #include "support/scripted_server.h"
 #include "support/vectors.h"
 
@@ -246,6 +247,39 @@ TEST(Client, IsOpenOnlyOnceAndEndsAConnectionWithAReset) {
   client.reset();
   EXPECT_EQ(server.WaitForEnd(1).end, ConnectionEnd::kReset);
   EXPECT_TRUE(other.Connections().empty());
+}
+
+// Whether a receive on `socket`, with nothing to receive, would wait.
+bool IsBlocking(SOCKET socket) {
+  const DWORD moment = 1;  // milliseconds
+  ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&moment),
+               sizeof moment);
+  char byte = 0;
+  EXPECT_EQ(::recv(socket, &byte, 1, 0), SOCKET_ERROR);
+  return ::WSAGetLastError() == WSAETIMEDOUT;
+}
+
+TEST(Socket, IsInTheModeThatItsLastRequestLeaves) {
+  const QTC::WinSock winsock;
+  ScriptedServer server({Act::kStopReading});
+  QTC::Socket socket;
+  std::byte data[100] = {};
+  EXPECT_EQ(socket.Send(data, 100), 0);  // not open
+  EXPECT_TRUE(socket.Receive(data, 1) == -1 && !socket.Close());
+  socket.Adopt(QTC::OpenTcpSocket(kHost, server.port(), kTimeout), QTC::Protocol::kTcp, 1);
+  EXPECT_TRUE(IsBlocking(socket.handle())) << "after an open";
+  for (int sends = 1; sends <= 3; ++sends) {
+    for (int i = 0; i < sends; ++i) EXPECT_EQ(socket.Send(data, 100), 100);
+    socket.EndSends();
+    EXPECT_TRUE(IsBlocking(socket.handle())) << "after a request of as many sends: " << sends;
+  }
+  ::shutdown(socket.handle(), SD_SEND);
+  EXPECT_EQ(socket.Send(data, 100), -1);
+  EXPECT_EQ(base::GetThreadError(), static_cast<std::uint32_t>(WSAESHUTDOWN));
+  socket.EndSends();
+  EXPECT_FALSE(IsBlocking(socket.handle())) << "after a send that failed";
+  EXPECT_EQ(socket.Receive(data, 1), -1);
+  EXPECT_TRUE(IsBlocking(socket.handle())) << "after a receive that timed out after it";
 }
 
 // Of a failed open nothing is told: the call is made all the same, and writes into its buffer.
