@@ -93,7 +93,9 @@ void LineOutput::CommitWaiting() {
     asio::post(context_, [this, batch, error] {
       committing_ = false;
       if (reopen_) ReopenNow();
-      for (const Line& line : *batch) Settle(line, error);
+      // Taken out, because the committer may drop its hold of the batch later than we do ours, and
+      // those who wait must be let go on this thread.
+      for (const Line& line : Batch(std::move(*batch))) Settle(line, error);
       CommitWaiting();
     });
   });
