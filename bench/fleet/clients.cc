@@ -14,39 +14,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
-#include <string>
 #include <string_view>
 #include <vector>
+
+#include "requests.h"
 
 namespace {
 
 using asio::ip::tcp;
 using Clock = std::chrono::steady_clock;
-
-void PutText(std::string& out, int key, std::string_view text) {
-  out += {'I', 0, 0, 0, static_cast<char>(key), 'S', 0, static_cast<char>(text.size())};
-  out += text;
-}
-
-// A log record of usual length, in one packet.
-std::string LogRequest() {
-  std::string body = {'c', 1, 0, 'm', 0, 11};
-  body += "tavu_server";
-  body += 'M';
-  const std::pair<int, std::string_view> fields[] = {
-      {7, "10.0.0.9"}, {2, "1.0.3"},
-      {0, "0"},        {6, "kim%20lee"},
-      {5, "0"},        {8, "connection%20to%20the%20lobby%20was%20lost%20after%2020%20seconds"},
-      {1, "my-game"},  {4, "net"},
-      {3, "3"}};
-  for (const auto& [key, text] : fields) PutText(body, key, text);
-  body += "zz";
-  std::string request = {
-      '\xCF', 0x10, 0, 4, static_cast<char>(body.size() >> 8), static_cast<char>(body.size())};
-  request += body;
-  request += {0, 0};
-  return request;
-}
+using TAVU::bench::Bytes;
 
 constexpr std::string_view kSuccess{"\xCF\x10\x00\x04\x00\x05r\x01\x00Nz\x00\x00", 13};
 
@@ -57,7 +34,7 @@ struct Figures {
 
 class Client {
  public:
-  Client(asio::io_context& context, const tcp::endpoint& server, const std::string& request,
+  Client(asio::io_context& context, const tcp::endpoint& server, const Bytes& request,
          Clock::time_point end, Figures& figures)
       : socket_(context), server_(server), request_(request), end_(end), figures_(figures) {}
 
@@ -99,7 +76,7 @@ class Client {
 
   tcp::socket socket_;
   const tcp::endpoint server_;
-  const std::string& request_;
+  const Bytes& request_;
   const Clock::time_point end_;
   Figures& figures_;
   Clock::time_point begun_;
@@ -117,7 +94,7 @@ int main(int argc, char** argv) {
                              static_cast<std::uint16_t>(std::atoi(argv[1])));
   const double seconds = std::atof(argv[3]);
   asio::io_context context(1);
-  const std::string request = LogRequest();
+  const Bytes request = TAVU::bench::LogRequest();
   const Clock::time_point begun = Clock::now();
   const auto end = begun + std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
   Figures figures;

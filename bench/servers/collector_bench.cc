@@ -8,62 +8,19 @@
 #include <cstddef>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "lumo/value/map.h"
 #include "lumo/value/value.h"
-#include "net/wire/exchange.h"
-#include "net/wire/transport.h"
 #include "pairs.h"
+#include "requests.h"
 
 namespace TAVU::bench {
 namespace {
 
 using asio::ip::tcp;
 using lumo::Value;
-using Bytes = std::vector<std::byte>;
 
 constexpr std::size_t kReplySize = 13;
-
-// Keeps what is sent.
-class Recorder final : public QTC::Transport {
- public:
-  std::ptrdiff_t Send(const std::byte* data, std::size_t size) override {
-    bytes.insert(bytes.end(), data, data + size);
-    return static_cast<std::ptrdiff_t>(size);
-  }
-  std::ptrdiff_t Receive(std::byte*, std::size_t) override { return 0; }
-
-  Bytes bytes;
-};
-
-Bytes Request(const lumo::Map& record) {
-  Recorder recorder;
-  const bool written =
-      QTC::WriteRequest(recorder, "tavu_server", Value::BorrowMap(record), QTC::Protocol::kTcp);
-  Require(written, "writing a request");
-  return std::move(recorder.bytes);
-}
-
-void AddFields(lumo::Map& record, const char* kind) {
-  const std::pair<int, const char*> fields[] = {
-      {5, kind},
-      {0, "0"},
-      {1, "my-game"},
-      {2, "1.0.3"},
-      {3, "3"},
-      {4, "net"},
-      {6, "kim%20lee"},
-      {7, "10.0.0.9"},
-      {8, "connection%20to%20the%20lobby%20was%20lost%20after%2020%20seconds"}};
-  for (const auto& [key, text] : fields) record.Insert(Value::Int(key), Value::BorrowString(text));
-}
-
-Bytes LogRequest() {
-  lumo::Map record;
-  AddFields(record, "0");
-  return Request(record);
-}
 
 Bytes UploadRequest(std::size_t size) {
   const Bytes content(size, std::byte{'x'});

@@ -20,10 +20,6 @@ std::filesystem::path PathFromUtf8(const std::string& text) {
   return std::filesystem::path(std::u8string(text.begin(), text.end()));
 }
 
-struct FileClose {
-  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-};
-
 }  // namespace
 
 // One attachment on its way into its file.
@@ -41,7 +37,7 @@ class FolderStore::FileSink final : public AttachmentSink {
     std::error_code error;
     if (reason.empty()) {
       std::filesystem::create_directories(store_.folder_, error);
-      if (!error) file_.reset(CreateNewFile(partial_path_, error));
+      if (!error) file_ = CreateNewFile(partial_path_, error);
       if (file_ == nullptr) reason = error.message();
     }
     if (!reason.empty()) return Fail(std::move(reason));
@@ -92,7 +88,7 @@ class FolderStore::FileSink final : public AttachmentSink {
   FolderStore& store_;
   std::filesystem::path path_;
   std::filesystem::path partial_path_;
-  std::unique_ptr<std::FILE, FileClose> file_;
+  ScopedFile file_;
   bool open_ended_ = false;  // closed, and not under its name yet
   std::uint64_t stored_ = 0;
 };

@@ -42,7 +42,7 @@ std::string LineOutput::Open() {
 
 void LineOutput::Put(FinishedRecord record, Done done) {
   record.line += '\n';
-  waiting_bytes_ += record.line.size();
+  AddWaiting(record.line.size());
   waiting_.push_back({std::move(record.line), record.has_attachments, std::move(done)});
   if (gave_up_) return GiveUpWaiting(std::make_error_code(std::errc::timed_out));
   if (durable_) {
@@ -57,7 +57,7 @@ void LineOutput::WriteWaiting() {
     Line& first = waiting_.front();
     if (std::exchange(inside_line_, false)) {
       first.text.insert(0, 1, '\n');
-      ++waiting_bytes_;
+      AddWaiting(1);
     }
     std::size_t written = 0;
     const std::error_code error =
@@ -123,12 +123,11 @@ std::error_code LineOutput::Commit(const Batch& batch) {
 }
 
 void LineOutput::Settle(const Line& line, const std::error_code& error) {
-  const bool was_congested = congested();
-  waiting_bytes_ -= line.text.size();
-  if (error) Explain(Topic::kNotKept, "a record is lost: the output: " + error.message());
-  line.done(error ? Outcome::kNotKept : Outcome::kKept);
-  if (IsReaderGone(error)) on_reader_gone_();
-  if (was_congested && !congested() && on_room_) on_room_();
+  EndWaiting(line.text.size(), [&] {
+    if (error) Explain(Topic::kNotKept, "a record is lost: the output: " + error.message());
+    line.done(error ? Outcome::kNotKept : Outcome::kKept);
+    if (IsReaderGone(error)) on_reader_gone_();
+  });
 }
 
 void LineOutput::GiveUpWaiting(const std::error_code& error) {

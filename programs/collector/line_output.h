@@ -37,9 +37,6 @@ class LineOutput final : public RecordSink {
   void Reopen() override;
   void Stop() override;
 
-  [[nodiscard]] bool congested() const noexcept override { return waiting_bytes_ > kCongestion; }
-  [[nodiscard]] std::size_t waiting_bytes() const noexcept override { return waiting_bytes_; }
-
  private:
   struct Line {
     std::string text;
@@ -65,7 +62,6 @@ class LineOutput final : public RecordSink {
   OutputFile file_;
   asio::steady_timer patience_;
   std::deque<Line> waiting_;
-  std::size_t waiting_bytes_ = 0;  // of these and of those being committed
   bool waits_for_room_ = false;
   bool committing_ = false;
   bool reopen_ = false;

@@ -21,6 +21,9 @@ std::string UrlSafeBase64(std::span<const unsigned char> bytes) {
   return text;
 }
 
+constexpr std::string_view kChunks = ".C.";
+constexpr std::string_view kFacts = ".M.";
+
 std::string Subject(std::string_view bucket, std::string_view part, std::string_view last) {
   std::string subject("$O.");
   ((subject += bucket) += part) += last;
@@ -33,13 +36,17 @@ std::string BucketStream(std::string_view bucket) {
   return std::string("OBJ_").append(bucket);
 }
 
+std::vector<std::string> BucketSubjects(std::string_view bucket) {
+  return {Subject(bucket, kChunks, ">"), Subject(bucket, kFacts, ">")};
+}
+
 std::string ChunkSubject(std::string_view bucket, std::string_view identifier) {
-  return Subject(bucket, ".C.", identifier);
+  return Subject(bucket, kChunks, identifier);
 }
 
 std::string FactsSubject(std::string_view bucket, std::string_view name) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(name.data());
-  return Subject(bucket, ".M.", UrlSafeBase64({bytes, name.size()}));
+  return Subject(bucket, kFacts, UrlSafeBase64({bytes, name.size()}));
 }
 
 std::string DescribeObject(std::string_view bucket, const ObjectFacts& facts) {

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "sha256.h"
 
@@ -26,6 +27,8 @@ struct ObjectFacts {
 };
 
 [[nodiscard]] std::string BucketStream(std::string_view bucket);
+// All subjects of the bucket's stream, with wildcards.
+[[nodiscard]] std::vector<std::string> BucketSubjects(std::string_view bucket);
 [[nodiscard]] std::string ChunkSubject(std::string_view bucket, std::string_view identifier);
 [[nodiscard]] std::string FactsSubject(std::string_view bucket, std::string_view name);
 [[nodiscard]] std::string DescribeObject(std::string_view bucket, const ObjectFacts& facts);

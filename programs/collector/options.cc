@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <chrono>
 #include <system_error>
@@ -10,6 +9,7 @@
 
 #include "outlets.h"
 #include "platform.h"
+#include "record_subject.h"
 
 namespace TAVU::collector {
 namespace {
@@ -119,9 +119,7 @@ void AddStream(CLI::App& app, Options& options) {
                      "the stream, and the object bucket of that name for attachments; both must "
                      "be there")
           ->check([](const std::string& name) {
-            const bool plain = std::all_of(name.begin(), name.end(), [](unsigned char character) {
-              return std::isalnum(character) != 0 || character == '-' || character == '_';
-            });
+            const bool plain = std::all_of(name.begin(), name.end(), IsNameCharacter);
             return plain && !name.empty() ? std::string()
                                           : "not of letters, digits, - and _: " + name;
           })

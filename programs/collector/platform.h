@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -44,8 +45,13 @@ void NotifyServiceManager(std::string_view state) noexcept;
 // How many connections the process may have open.
 [[nodiscard]] std::size_t ConnectionLimit() noexcept;
 
+struct FileClose {
+  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+using ScopedFile = std::unique_ptr<std::FILE, FileClose>;
+
 // Makes the file, which must not exist, and opens it for writing bytes. Null with `error` set.
-[[nodiscard]] std::FILE* CreateNewFile(const std::filesystem::path& path, std::error_code& error);
+[[nodiscard]] ScopedFile CreateNewFile(const std::filesystem::path& path, std::error_code& error);
 
 // Whether a listening socket may take over an address of connections that have just ended, and
 // nothing worse than that.

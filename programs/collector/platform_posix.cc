@@ -94,8 +94,8 @@ std::size_t ConnectionLimit() noexcept {
   return static_cast<std::size_t>(limit.rlim_cur);
 }
 
-std::FILE* CreateNewFile(const std::filesystem::path& path, std::error_code& error) {
-  std::FILE* file = std::fopen(path.c_str(), "wbxe");
+ScopedFile CreateNewFile(const std::filesystem::path& path, std::error_code& error) {
+  ScopedFile file(std::fopen(path.c_str(), "wbxe"));
   if (file == nullptr) error = LastError();
   return file;
 }

@@ -67,11 +67,11 @@ std::size_t ConnectionLimit() noexcept {
   return 16384;  // memory is the only limit of the system
 }
 
-std::FILE* CreateNewFile(const std::filesystem::path& path, std::error_code& error) {
+ScopedFile CreateNewFile(const std::filesystem::path& path, std::error_code& error) {
   const int descriptor =
       _wopen(path.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
   std::FILE* file = descriptor < 0 ? nullptr : _fdopen(descriptor, "wb");
-  if (file != nullptr) return file;
+  if (file != nullptr) return ScopedFile(file);
   error = LastError();
   if (descriptor >= 0) _close(descriptor);
   return nullptr;

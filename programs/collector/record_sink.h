@@ -44,15 +44,27 @@ class RecordSink {
   virtual void Stop() = 0;
 
   // Whether so much waits that nothing should be added for now.
-  [[nodiscard]] virtual bool congested() const noexcept = 0;
-  [[nodiscard]] virtual std::size_t waiting_bytes() const noexcept = 0;
+  [[nodiscard]] bool congested() const noexcept { return waiting_bytes_ > kCongestion; }
+  [[nodiscard]] std::size_t waiting_bytes() const noexcept { return waiting_bytes_; }
   // `on_room` is called when the sink is congested no more.
   void set_on_room(std::function<void()> on_room) { on_room_ = std::move(on_room); }
 
  protected:
+  void AddWaiting(std::size_t bytes) noexcept { waiting_bytes_ += bytes; }
+  // What waited no longer does. `settle` tells those concerned, before it is told of the room.
+  template <typename Settle>
+  void EndWaiting(std::size_t bytes, Settle settle) {
+    const bool was_congested = congested();
+    waiting_bytes_ -= bytes;
+    settle();
+    if (was_congested && !congested() && on_room_) on_room_();
+  }
+
+ private:
   // Above this many bytes that wait a sink counts as congested.
   static constexpr std::size_t kCongestion = std::size_t{16} << 20;
 
+  std::size_t waiting_bytes_ = 0;
   std::function<void()> on_room_;
 };
 

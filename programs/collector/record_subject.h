@@ -6,6 +6,10 @@
 
 namespace TAVU::collector {
 
+// Whether a character may stand in the name of a stream, and in each part of a subject: a letter, a
+// digit, "-" or "_".
+[[nodiscard]] bool IsNameCharacter(char character) noexcept;
+
 // STREAM.KIND.SOFTWARE. Of the software's identifier, which is a peer's, letters, digits, "-" and
 // "_" stand for themselves, each other byte is "_", and 64 bytes are enough: whatever a peer says,
 // the subject has three parts and is one of the stream's.

@@ -28,7 +28,6 @@ void StreamOutput::Put(FinishedRecord record, Done done) {
   const std::uint64_t number = ++numbers_;
   const std::size_t size = record.line.size();
   std::string subject = RecordSubject(stream_, record.kind, record.software);
-  waiting_bytes_ += size;
   waiting_.emplace(number, Waiting{size, std::move(done), asio::make_work_guard(context_)});
   try {
     publisher_->Publish({stream_, std::move(subject), std::move(record.line)},
@@ -36,21 +35,20 @@ void StreamOutput::Put(FinishedRecord record, Done done) {
                           asio::post(context_, [this, number, error] { Settle(number, error); });
                         });
   } catch (const std::bad_alloc&) {
-    waiting_bytes_ -= size;
     waiting_.erase(number);
     throw;
   }
+  AddWaiting(size);  // its end comes to this thread, and so later
 }
 
 void StreamOutput::Settle(std::uint64_t number, const std::string& error) {
   const Waiting waiting = std::move(waiting_.extract(number).mapped());
-  const bool was_congested = congested();
-  waiting_bytes_ -= waiting.size;
-  if (!error.empty()) {
-    Explain(Topic::kNotKept, "a record is not acknowledged: the stream: " + error);
-  }
-  waiting.done(error.empty() ? Outcome::kKept : Outcome::kUnacknowledged);
-  if (was_congested && !congested() && on_room_) on_room_();
+  EndWaiting(waiting.size, [&] {
+    if (!error.empty()) {
+      Explain(Topic::kNotKept, "a record is not acknowledged: the stream: " + error);
+    }
+    waiting.done(error.empty() ? Outcome::kKept : Outcome::kUnacknowledged);
+  });
 }
 
 }  // namespace TAVU::collector

@@ -24,9 +24,6 @@ class StreamOutput final : public RecordSink {
   void Put(FinishedRecord record, Done done) override;
   void Stop() override {}  // what waits has a time anyway
 
-  [[nodiscard]] bool congested() const noexcept override { return waiting_bytes_ > kCongestion; }
-  [[nodiscard]] std::size_t waiting_bytes() const noexcept override { return waiting_bytes_; }
-
  private:
   // A record that is being published. Whoever waits for it is let go on the io_context's thread
   // alone, so the publisher knows it by a number.
@@ -43,7 +40,6 @@ class StreamOutput final : public RecordSink {
   const std::string stream_;
   std::unordered_map<std::uint64_t, Waiting> waiting_;
   std::uint64_t numbers_ = 0;
-  std::size_t waiting_bytes_ = 0;
 };
 
 }  // namespace TAVU::collector

@@ -1,12 +1,11 @@
 // What ends the program: no server, no stream, a full disk.
 #pragma once
 
-#include <cerrno>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 
 #include "nats_handles.h"
+#include "platform.h"
 
 namespace TAVU::records {
 
@@ -21,7 +20,7 @@ inline void Require(natsStatus status, const std::string& what) {
 
 // Of the system's last call.
 [[noreturn]] inline void FailBySystem(const std::string& what) {
-  throw Failure(what + ": " + std::error_code(errno, std::generic_category()).message());
+  throw Failure(what + ": " + collector::LastError().message());
 }
 
 }  // namespace TAVU::records

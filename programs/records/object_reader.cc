@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <span>
 #include <utility>
@@ -13,6 +12,7 @@
 #include "failure.h"
 #include "hex_text.h"
 #include "object_layout.h"
+#include "platform.h"
 #include "sha256.h"
 
 namespace TAVU::records {
@@ -23,10 +23,6 @@ using collector::NatsSubscription;
 using collector::Receive;
 
 constexpr std::int64_t kChunkTime = 5000;  // milliseconds
-
-struct FileClose {
-  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-};
 
 // A name that stays in its folder, whoever wrote the record.
 bool IsPlainName(const std::string& name) {
@@ -67,7 +63,7 @@ class WholeFile {
  private:
   const std::filesystem::path path_;
   std::filesystem::path partial_;
-  std::unique_ptr<std::FILE, FileClose> file_;
+  collector::ScopedFile file_;
 };
 
 std::span<const std::byte> BytesOf(const natsMsg* message) {

@@ -45,10 +45,6 @@ std::string_view LineOf(const natsMsg* message) {
   return {natsMsg_GetData(message), static_cast<std::size_t>(natsMsg_GetDataLength(message))};
 }
 
-bool EndsWith(const std::string& text, std::string_view end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 }  // namespace
 
 StreamReader::StreamReader(natsConnection* connection, jsCtx* jet_stream, const Options& options)
@@ -130,7 +126,7 @@ void StreamReader::FetchAttachments(std::string_view line) {
   const nlohmann::json record = nlohmann::json::parse(line, nullptr, false);
   if (!record.is_object()) return;
   for (const auto& [key, value] : record.items()) {
-    if (!EndsWith(key, "_file") || !value.is_object() || !value.contains("name")) continue;
+    if (!key.ends_with("_file") || !value.is_object() || !value.contains("name")) continue;
     const auto name = value.at("name").get<std::string>();
     const std::string problem = attachments_->Fetch(name, value.at("sha256").get<std::string>());
     if (problem.empty()) continue;

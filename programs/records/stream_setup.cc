@@ -42,8 +42,8 @@ void MakeStream(jsCtx* jet_stream, const Options& options, const std::string& na
 void MakeStreamAndBucket(jsCtx* jet_stream, const Options& options) {
   const std::string& name = options.stream;
   MakeStream(jet_stream, options, name, {name + ".>"}, false);
-  MakeStream(jet_stream, options, collector::BucketStream(name),
-             {collector::ChunkSubject(name, ">"), "$O." + name + ".M.>"}, true);
+  MakeStream(jet_stream, options, collector::BucketStream(name), collector::BucketSubjects(name),
+             true);
 }
 
 }  // namespace TAVU::records

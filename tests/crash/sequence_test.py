@@ -16,7 +16,8 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / 'support'))
-from dump_reader import failing_thread  # noqa: E402  found only now
+from dump_reader import failing_thread  # noqa: E402  these are found only now
+from wine_path import windows  # noqa: E402
 
 WINE, HOST = sys.argv.pop(1), Path(sys.argv.pop(1))
 SECONDS = 240  # for one crash on a busy machine
@@ -33,10 +34,6 @@ raise=0xE06D7363 | 0xE06D7363 | Microsoft C++ Exception       |                 
 throw=@thread    | 0x20474343 | UNKNOWN_EXCEPTION             |                         | raise
 '''
 IN_PROGRAM = ' module="crash_program.exe"'
-
-
-def windows(path):
-    return 'Z:' + str(path).replace('/', '\\')
 
 
 class Crash:

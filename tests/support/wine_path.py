@@ -1,0 +1,5 @@
+"""Paths as programs under Wine take them."""
+
+
+def windows(path):
+    return 'Z:' + str(path).replace('/', '\\')
